@@ -228,13 +228,6 @@ bool SocketConnection::runParser()
 {
     const QPointer<SocketConnection> self(this);
     for (;;) {
-        // What the parser knew before this step: a message that breaks within one step leaves
-        // no trace of its type otherwise.
-        const bool headerKnown = m_parser.state() != SocketMessageParser::State::SyncWord &&
-                                 m_parser.state() != SocketMessageParser::State::MessageType;
-        const int typeBefore = headerKnown ? int(m_parser.currentMessage().type) : -1;
-        const quint16 queryIdBefore = m_parser.currentMessage().queryId;
-
         switch (m_parser.parse()) {
         case SocketMessageParser::Event::NeedMoreBytes:
             return true;
@@ -262,7 +255,7 @@ bool SocketConnection::runParser()
                 if (self)
                     emit callBroken(m_callQueryId);
             } else {
-                emit messageBroken(typeBefore, queryIdBefore, position);
+                emit messageBroken(m_parser.brokenMessageType(), m_parser.brokenQueryId(), position);
             }
             if (!self)
                 return false;

@@ -221,6 +221,9 @@ SocketMessageParser::Event SocketMessageParser::fail(const QByteArray& reason)
     m_brokenReason = reason;
     m_lastBrokenDump = describeState();
     LOG_WARNING << "broken message:" << reason << m_lastBrokenDump;
+    const bool typeRead = m_state != State::SyncWord && m_state != State::MessageType;
+    m_brokenType = typeRead ? int(m_message.type) : -1;
+    m_brokenQueryId = typeRead ? m_message.queryId : 0;
     m_message = SocketMessage();
     // Scanning resumes at the item that failed, not after it: when a message was cut short by
     // the next one, that next message's sync word is found again.

@@ -46,6 +46,10 @@ public:
     SocketMessage takeMessage();
     // The message being parsed: after CallNameRead its type, query id and name are set.
     const SocketMessage& currentMessage() const { return m_message; }
+    // After Broken: the type of the broken message, or -1 when it broke before its type byte
+    // was read, and its query id (0 unless it is a call with reply or a reply).
+    int brokenMessageType() const { return m_brokenType; }
+    quint16 brokenQueryId() const { return m_brokenQueryId; }
 
     State state() const { return m_state; }
     QByteArray brokenReason() const { return m_brokenReason; }
@@ -81,4 +85,6 @@ private:
     QByteArray m_brokenReason;
     QByteArray m_lastBrokenDump; // valid while m_justBroken
     bool m_justBroken = false;
+    int m_brokenType = -1;
+    quint16 m_brokenQueryId = 0;
 };

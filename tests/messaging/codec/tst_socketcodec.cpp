@@ -72,6 +72,7 @@ struct Parsed
     QVector<SocketMessage> messages;
     int callNamesRead = 0;
     QByteArrayList broken;
+    QVector<QPair<int, quint16>> brokenHeaders; // type and query id of each broken message
 };
 
 void parseAvailable(SocketMessageParser& parser, Parsed& parsed)
@@ -88,6 +89,7 @@ void parseAvailable(SocketMessageParser& parser, Parsed& parsed)
             break;
         case SocketMessageParser::Event::Broken:
             parsed.broken.append(parser.brokenReason());
+            parsed.brokenHeaders.append({parser.brokenMessageType(), parser.brokenQueryId()});
             break;
         }
     }
@@ -490,33 +492,45 @@ void TestSocketCodec::brokenInput_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<QByteArray>("reason");
+    QTest::addColumn<int>("type"); // of the broken message, as far as it was read
+    QTest::addColumn<int>("queryId");
 
     QByteArray eleven = hex("45bfd7a3 00 0100 66 00");
     for (int i = 0; i < 11; ++i)
         eleven += hex("0b 01");
-    QTest::addRow("eleven arguments") << eleven + '\0' << QByteArray("more than 10 arguments");
-    QTest::addRow("unknown message type") << hex("45bfd7a3 06") << QByteArray("unknown message type 6");
-    QTest::addRow("unknown tag") << hex("45bfd7a3 01 6600 14") << QByteArray("unknown argument type 20");
-    QTest::addRow("promise tag") << hex("45bfd7a3 02 6600 13 00") << QByteArray("unknown argument type 19");
-    QTest::addRow("success flag 2") << hex("45bfd7a3 03 0100 02") << QByteArray("invalid success flag 2");
-    QTest::addRow("client name without value") << hex("45bfd7a3 04 00") << QByteArray("invalid value type 0");
-    QTest::addRow("hostile byte count") << hex("45bfd7a3 01 6600 02 ffffff7f") << QByteArray("broken value");
-    QTest::addRow("negative count") << hex("45bfd7a3 01 6600 0c ffffffff") << QByteArray("broken value");
+    QTest::addRow("eleven arguments") << eleven + '\0' << QByteArray("more than 10 arguments") << 0 << 1;
+    QTest::addRow("unknown message type")
+        << hex("45bfd7a3 06") << QByteArray("unknown message type 6") << -1 << 0;
+    QTest::addRow("unknown tag") << hex("45bfd7a3 01 6600 14") << QByteArray("unknown argument type 20") << 1
+                                 << 0;
+    QTest::addRow("promise tag") << hex("45bfd7a3 02 6600 13 00") << QByteArray("unknown argument type 19")
+                                 << 2 << 0;
+    QTest::addRow("success flag 2") << hex("45bfd7a3 03 0700 02") << QByteArray("invalid success flag 2") << 3
+                                    << 7;
+    QTest::addRow("client name without value")
+        << hex("45bfd7a3 04 00") << QByteArray("invalid value type 0") << 4 << 0;
+    QTest::addRow("hostile byte count")
+        << hex("45bfd7a3 01 6600 02 ffffff7f") << QByteArray("broken value") << 1 << 0;
+    QTest::addRow("negative count") << hex("45bfd7a3 01 6600 0c ffffffff") << QByteArray("broken value") << 1
+                                    << 0;
     QTest::addRow("hostile list count")
-        << hex("45bfd7a3 01 6600 12 ffffff7f 05") << QByteArray("broken value");
-    QTest::addRow("string tag inside a map")
-        << hex("45bfd7a3 01 6600 11 01000000 01000000 6b 01 01000000 78") << QByteArray("broken value");
+        << hex("45bfd7a3 01 6600 12 ffffff7f 05") << QByteArray("broken value") << 1 << 0;
+    QTest::addRow("string tag inside a map") << hex("45bfd7a3 01 6600 11 01000000 01000000 6b 01 01000000 78")
+                                             << QByteArray("broken value") << 1 << 0;
 }
 
 void TestSocketCodec::brokenInput()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(QByteArray, reason);
+    QFETCH(int, type);
+    QFETCH(int, queryId);
     CapturedLog log;
     const SocketMessage next = referenceMessages().at(2).message;
     const Parsed parsed = parseChunks({bytes, next.encode()});
     QCOMPARE(parsed.broken.size(), 1);
     QVERIFY2(parsed.broken.first().startsWith(reason), parsed.broken.first().constData());
+    QCOMPARE(parsed.brokenHeaders.first(), (QPair<int, quint16>(type, quint16(queryId))));
     QCOMPARE(parsed.messages, QVector<SocketMessage>{next});
     for (const char* part : {"method name:", "so far parsed parameters:", "buffer content: 45 bf d7 a3"})
         QVERIFY2(log.contains(part), log.lines.join('\n').constData());
