@@ -1,0 +1,82 @@
+#include "hubsimtestclients.h"
+
+const QByteArray kLightDescription = R"(<?xml version="1.0"?>
+<device type="light">
+  <channels>
+    <channel>
+      <inputs>
+        <dataPoint pairingId="0x1" name="switch"/>
+        <dataPoint pairingId="0x11" name="brightness"/>
+        <dataPoint pairingId="0x16"/>
+      </inputs>
+      <outputs>
+        <dataPoint pairingId="0x100" name="state"/>
+        <dataPoint pairingId="0x110" label="dimming value"/>
+      </outputs>
+      <parameters>
+        <parameter parameterId="0x25" name="switchOnMode"/>
+      </parameters>
+    </channel>
+  </channels>
+</device>
+)";
+
+TestDevice::TestDevice(const QString& socketDir, const QByteArray& clientName)
+    : m_hub(std::make_unique<SocketInterface>(SocketConnection::LocalSocket,
+                                              QStringLiteral("com.orlux.tamsa.communication"), socketDir,
+                                              nullptr, clientName))
+{
+    // The subscriptions exactly as the Hue service writes them.
+    m_hub->connectDynamicSignal("deviceReady(InternalId, bool)", this, "onDeviceReady(InternalId,bool)");
+    m_hub->connectDynamicSignal("dataPointValueChanged(InternalId, QString, int)", this,
+                                "onDataPointValueChanged(InternalId, QString,int)");
+}
+
+void TestDevice::registerDevice(const InternalId& id, const QByteArray& description)
+{
+    m_hub->call(SocketInterface::NoBlock, QStringLiteral("registerDevice"), id, description);
+}
+
+void TestDevice::onDeviceReady(InternalId id, bool isReady)
+{
+    ready.append({id, isReady});
+}
+
+void TestDevice::onDataPointValueChanged(InternalId id, QString value, int token)
+{
+    writes.append({id, value, token});
+    if (confirmResult >= 0)
+        m_hub->call(SocketInterface::NoBlock, QStringLiteral("confirmDataPointValueChanged"), token,
+                    confirmResult);
+}
+
+DiscoveryWatcher::DiscoveryWatcher(const QString& socketDir)
+    : m_system(std::make_unique<SocketInterface>(SocketConnection::LocalSocket,
+                                                 QStringLiteral("com.orlux.tamsa.system"), socketDir, nullptr,
+                                                 "watcher"))
+{
+    m_system->connectDynamicSignal(
+        "mDNSServiceChanged(bool, QByteArray, QByteArray, QByteArray, QByteArray, int, QByteArray, "
+        "QStringList)",
+        this, "onMdns(bool,QByteArray,QByteArray,QByteArray,QByteArray,int,QByteArray,QStringList)");
+    m_system->connectDynamicSignal("ssdpDiscoveryReceived(bool,int,QByteArray,QMap<QString,QString>)", this,
+                                   "onSsdp(bool,int,QByteArray,QMap<QString,QString>)");
+    m_system->connectDynamicSignal("ssdpDiscoveryExpired(QByteArray,QMap<QString,QString>)", this,
+                                   "onSsdpExpired(QByteArray,QMap<QString,QString>)");
+}
+
+void DiscoveryWatcher::onMdns(bool added, QByteArray type, QByteArray name, QByteArray domain,
+                              QByteArray host, int port, QByteArray address, QStringList txt)
+{
+    mdns.append({added, type, name, domain, host, port, address, txt});
+}
+
+void DiscoveryWatcher::onSsdp(bool alive, int maxAge, QByteArray type, QMap<QString, QString> headers)
+{
+    ssdp.append({alive, maxAge, type, QVariant::fromValue(headers)});
+}
+
+void DiscoveryWatcher::onSsdpExpired(QByteArray type, QMap<QString, QString> headers)
+{
+    expired.append({type, QVariant::fromValue(headers)});
+}

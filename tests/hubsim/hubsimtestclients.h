@@ -1,0 +1,81 @@
+#pragma once
+
+#include <common/messaging/socketadaptor.h>
+#include <common/messaging/socketinterface.h>
+#include <kovacommon/internalid.h>
+
+#include <QList>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+// A device description with names on some datapoints and not on others.
+extern const QByteArray kLightDescription;
+
+// A device service as the simulated hub sees it: it registers devices with the communication
+// service and confirms the datapoint writes it receives with `confirmResult` (-1: not at all).
+class TestDevice : public QObject
+{
+    Q_OBJECT
+
+public:
+    TestDevice(const QString& socketDir, const QByteArray& clientName = "testdevice");
+
+    bool isValid() const { return m_hub && m_hub->isValid(); }
+    SocketInterface& hub() { return *m_hub; }
+    void registerDevice(const InternalId& id, const QByteArray& description);
+
+    struct Write
+    {
+        InternalId id;
+        QString value;
+        int token;
+    };
+    int confirmResult = 0;
+    QList<QPair<InternalId, bool>> ready;
+    QList<Write> writes;
+
+public slots:
+    void onDeviceReady(InternalId id, bool isReady);
+    void onDataPointValueChanged(InternalId id, QString value, int token);
+
+private:
+    std::unique_ptr<SocketInterface> m_hub;
+};
+
+// A client of the system service subscribed to its discovery signals, with the signatures
+// exactly as the Hue service writes them; records each signal's arguments.
+class DiscoveryWatcher : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit DiscoveryWatcher(const QString& socketDir);
+    SocketInterface& system() { return *m_system; }
+
+    QList<QVariantList> mdns;
+    QList<QVariantList> ssdp;
+    QList<QVariantList> expired;
+
+public slots:
+    void onMdns(bool added, QByteArray type, QByteArray name, QByteArray domain, QByteArray host, int port,
+                QByteArray address, QStringList txt);
+    void onSsdp(bool alive, int maxAge, QByteArray type, QMap<QString, QString> headers);
+    void onSsdpExpired(QByteArray type, QMap<QString, QString> headers);
+
+private:
+    std::unique_ptr<SocketInterface> m_system;
+};
+
+// The Hue service's adaptor as the supervisor sees it: it records the run stages it is sent.
+class FakeHueController : public SocketAdaptor
+{
+    Q_OBJECT
+
+public:
+    FakeHueController() : SocketAdaptor(QStringLiteral("com.orlux.tamsa.huecontroller")) {}
+    Q_INVOKABLE void run(int stage) { stages.append(stage); }
+
+    QList<int> stages;
+};
