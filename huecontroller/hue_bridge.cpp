@@ -1,0 +1,7 @@
+#include "hue_bridge.h"
+
+namespace hue {
+
+CBridge::CBridge(quint32 number, QObject* parent) : QObject(parent), m_number(number) {}
+
+} // namespace hue

@@ -1,0 +1,3 @@
+#include "hue_globals.h"
+
+QString ConstDataDir;
