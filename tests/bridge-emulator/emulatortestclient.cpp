@@ -1,0 +1,59 @@
+#include "emulatortestclient.h"
+
+#include <QSignalSpy>
+#include <QSslConfiguration>
+
+QString httpUrl(int port, const QString& path)
+{
+    return QStringLiteral("http://127.0.0.1:%1%2").arg(port).arg(path);
+}
+
+QString httpsUrl(int port, const QString& path)
+{
+    return QStringLiteral("https://127.0.0.1:%1%2").arg(port).arg(path);
+}
+
+QNetworkReply* EmulatorTestClient::start(const QByteArray& method, const QString& url, const QByteArray& body)
+{
+    QNetworkRequest request{QUrl(url)};
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    if (!body.isNull())
+        request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+    QNetworkReply* reply = m_manager.sendCustomRequest(request, method, body);
+    QObject::connect(reply, &QNetworkReply::sslErrors, reply, [reply](const QList<QSslError>& errors) {
+        QVariantList codes;
+        for (const QSslError& error : errors)
+            codes << int(error.error());
+        reply->setProperty("testSslErrors", codes);
+        reply->ignoreSslErrors();
+    });
+    return reply;
+}
+
+TestReply EmulatorTestClient::send(const QByteArray& method, const QString& url, const QByteArray& body,
+                                   int waitMs)
+{
+    QNetworkReply* reply = start(method, url, body);
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    if (!reply->isFinished() && !finished.wait(waitMs)) {
+        reply->abort();
+        reply->deleteLater();
+        return TestReply();
+    }
+    TestReply result = collect(reply);
+    reply->deleteLater();
+    return result;
+}
+
+TestReply EmulatorTestClient::collect(QNetworkReply* reply)
+{
+    TestReply result;
+    result.finished = reply->isFinished();
+    result.error = reply->error();
+    result.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    result.body = reply->readAll();
+    for (const QVariant& code : reply->property("testSslErrors").toList())
+        result.sslErrors << code.toInt();
+    result.peerCertificate = reply->sslConfiguration().peerCertificate();
+    return result;
+}

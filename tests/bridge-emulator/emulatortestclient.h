@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QJsonDocument>
+#include <QList>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QSslCertificate>
+#include <QSslError>
+#include <QString>
+
+// What one exchange with the emulator brought back.
+struct TestReply
+{
+    QNetworkReply::NetworkError error = QNetworkReply::NoError;
+    int status = 0;
+    QByteArray body;
+    QList<int> sslErrors; // QSslError::SslError codes
+    QSslCertificate peerCertificate;
+    bool finished = false; // false: no answer within the wait
+
+    QJsonDocument json() const { return QJsonDocument::fromJson(body); }
+};
+
+// A QNetworkAccessManager that waits for each reply, as the service's own client talks to a
+// bridge. TLS errors are recorded and ignored, so that the self-signed certificate can be read.
+class EmulatorTestClient
+{
+public:
+    TestReply send(const QByteArray& method, const QString& url, const QByteArray& body = {},
+                   int waitMs = 5000);
+    TestReply get(const QString& url) { return send("GET", url); }
+    // Starts a request and leaves it running; the caller aborts or waits for it.
+    QNetworkReply* start(const QByteArray& method, const QString& url, const QByteArray& body = {});
+    QNetworkAccessManager& manager() { return m_manager; }
+
+    static TestReply collect(QNetworkReply* reply);
+
+private:
+    QNetworkAccessManager m_manager;
+};
+
+QString httpUrl(int port, const QString& path);
+QString httpsUrl(int port, const QString& path);

@@ -1,0 +1,466 @@
+#include "bridgeemulator.h"
+
+#include "bridgemodel.h"
+#include "certificate.h"
+#include "faultrules.h"
+#include "httplistener.h"
+#include "requestrouter.h"
+#include "taskscheduler.h"
+
+#include <atomic>
+#include <mutex>
+
+namespace bridgeemu {
+
+namespace {
+
+LightSnapshot snapshotOf(const EmulatedLight& light)
+{
+    return {light.id(), light.name(), light.description(), light.state()};
+}
+
+} // namespace
+
+struct BridgeEmulator::Impl
+{
+    // The listeners of one kind of traffic: 127.0.0.1 and, when asked for, ::1.
+    struct ListenerSet
+    {
+        std::vector<std::unique_ptr<HttpListener>> listeners;
+        std::atomic<int> port{-1}; // read by request threads without the listener lock
+    };
+
+    Impl(BridgeEmulator& owner, EmulatorConfig configIn)
+        : config(std::move(configIn)), model(config.identity, config.clock, config.linkButtonWindow),
+          log(config.requestLogLimit), router(owner, modelMutex, model, log, faults, http.port)
+    {
+    }
+
+    ListenerCallbacks callbacks(bool controlOnly);
+    bool openSet(ListenerSet& set, int port, bool controlOnly, const ServerCertificate* certificate,
+                 std::string* error);
+    void closeSet(ListenerSet& set);
+
+    EmulatorConfig config;
+    std::string identityError;
+
+    mutable std::mutex modelMutex; // guards model
+    BridgeModel model;
+
+    RequestLog log;
+    FaultRules faults;
+    TaskScheduler scheduler;
+
+    mutable std::mutex listenerMutex; // guards everything below but the ports
+    std::unique_ptr<ServerCertificate> certificate;
+    ListenerSet https, http, control;
+    bool running = false;
+    bool refusing = false;
+
+    RequestRouter router;
+};
+
+ListenerCallbacks BridgeEmulator::Impl::callbacks(bool controlOnly)
+{
+    ListenerCallbacks result;
+    if (controlOnly)
+        result.handle = [this](const HttpRequest& request) { return router.routeControlOnly(request); };
+    else
+        result.handle = [this](const HttpRequest& request) { return router.route(request); };
+    result.answeredByLibrary = [this, controlOnly](const HttpRequest& request, int status) {
+        if (!controlOnly)
+            router.recordLibraryAnswer(request, status);
+    };
+    result.runLater = [this](std::function<void()> action) { scheduler.runSoon(std::move(action)); };
+    return result;
+}
+
+bool BridgeEmulator::Impl::openSet(ListenerSet& set, int port, bool controlOnly, const ServerCertificate* tls,
+                                   std::string* error)
+{
+    ListenerLimits limits;
+    limits.maxBodyBytes = config.maxBodyBytes;
+    if (set.listeners.empty()) {
+        set.listeners.push_back(
+            std::make_unique<HttpListener>("127.0.0.1", tls, callbacks(controlOnly), limits));
+        if (config.alsoIpv6)
+            set.listeners.push_back(
+                std::make_unique<HttpListener>("::1", tls, callbacks(controlOnly), limits));
+    }
+    // The IPv6 socket takes the port the IPv4 one got, so that both addresses share a number.
+    int chosen = port;
+    for (const auto& listener : set.listeners) {
+        if (!listener->start(chosen, error)) {
+            closeSet(set);
+            return false;
+        }
+        chosen = listener->port();
+    }
+    set.port = chosen;
+    return true;
+}
+
+void BridgeEmulator::Impl::closeSet(ListenerSet& set)
+{
+    for (const auto& listener : set.listeners)
+        listener->stop();
+}
+
+namespace {
+
+// A bad identity is reported by start(); the emulator keeps what it was given meanwhile.
+EmulatorConfig normalized(EmulatorConfig config, std::string& error)
+{
+    BridgeIdentity identity = config.identity;
+    if (normalizeIdentity(identity, &error))
+        config.identity = identity;
+    return config;
+}
+
+} // namespace
+
+BridgeEmulator::BridgeEmulator(EmulatorConfig config)
+{
+    std::string identityError;
+    d = std::make_unique<Impl>(*this, normalized(std::move(config), identityError));
+    d->identityError = identityError;
+    for (const LightSpec& spec : d->config.lights)
+        d->model.lights.addLight(spec);
+    if (d->config.defaultGroups)
+        addDefaultGroups(d->model.lights);
+}
+
+BridgeEmulator::~BridgeEmulator()
+{
+    stop();
+}
+
+bool BridgeEmulator::start(std::string* error)
+{
+    if (!d->identityError.empty()) {
+        if (error)
+            *error = d->identityError;
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    if (d->running)
+        return true;
+    if (!d->certificate)
+        d->certificate = ServerCertificate::create(d->model.identity.bridgeId, error);
+    if (!d->certificate)
+        return false;
+    d->faults.resumeAfterAbort();
+    d->scheduler.start();
+    const bool opened =
+        d->openSet(d->https, d->https.port > 0 ? d->https.port.load() : d->config.httpsPort, false,
+                   d->certificate.get(), error) &&
+        d->openSet(d->http, d->http.port > 0 ? d->http.port.load() : d->config.httpPort, false, nullptr,
+                   error) &&
+        (d->config.controlPort < 0 ||
+         d->openSet(d->control, d->control.port > 0 ? d->control.port.load() : d->config.controlPort, true,
+                    nullptr, error));
+    if (!opened) {
+        d->closeSet(d->https);
+        d->closeSet(d->http);
+        d->closeSet(d->control);
+        d->scheduler.stop();
+        return false;
+    }
+    d->running = true;
+    d->refusing = false;
+    if (d->config.autoLinkAfter) {
+        std::lock_guard<std::mutex> modelLock(d->modelMutex);
+        d->model.pairing.pressLinkButtonAfter(*d->config.autoLinkAfter);
+    }
+    return true;
+}
+
+void BridgeEmulator::stop()
+{
+    // The scheduler goes first and without the listener lock: its actions take that lock.
+    d->scheduler.stop();
+    d->faults.abortHeld(true);
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    d->closeSet(d->control);
+    d->closeSet(d->https);
+    d->closeSet(d->http);
+    d->running = false;
+    d->refusing = false;
+}
+
+bool BridgeEmulator::isRunning() const
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    return d->running;
+}
+
+int BridgeEmulator::httpsPort() const
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    return d->https.port;
+}
+
+int BridgeEmulator::httpPort() const
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    return d->http.port;
+}
+
+int BridgeEmulator::controlPort() const
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    return d->control.port;
+}
+
+std::string BridgeEmulator::certificatePem() const
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    return d->certificate ? d->certificate->pem() : std::string();
+}
+
+BridgeIdentity BridgeEmulator::identity() const
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.identity;
+}
+
+std::string BridgeEmulator::bridgeId() const
+{
+    return identity().bridgeId;
+}
+
+void BridgeEmulator::setName(const std::string& name)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    d->model.identity.name = name;
+}
+
+void BridgeEmulator::setApiVersion(const std::string& version)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    d->model.identity.apiVersion = version;
+}
+
+void BridgeEmulator::setSwVersion(const std::string& version)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    d->model.identity.swVersion = version;
+}
+
+void BridgeEmulator::setZigbeeChannel(int channel)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    d->model.identity.zigbeeChannel = channel;
+}
+
+void BridgeEmulator::pressLinkButton()
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    d->model.pairing.pressLinkButton();
+}
+
+void BridgeEmulator::pressLinkButtonAfter(std::chrono::milliseconds delay)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    d->model.pairing.pressLinkButtonAfter(delay);
+}
+
+void BridgeEmulator::setLinkButtonWindow(std::chrono::milliseconds window)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    d->model.pairing.setLinkWindow(window);
+}
+
+bool BridgeEmulator::linkButtonActive() const
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.pairing.linkButtonActive();
+}
+
+std::string BridgeEmulator::addUser(const std::string& deviceType)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.pairing.addApplication(deviceType, false).username;
+}
+
+bool BridgeEmulator::deleteUser(const std::string& username)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.pairing.removeApplication(username);
+}
+
+std::vector<WhitelistEntry> BridgeEmulator::users() const
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.pairing.whitelist();
+}
+
+void BridgeEmulator::setClock(Clock clock)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    d->model.pairing.setClock(std::move(clock));
+}
+
+std::vector<std::string> BridgeEmulator::lightIds() const
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    std::vector<std::string> ids;
+    for (const EmulatedLight* light : d->model.lights.lights())
+        ids.push_back(light->id());
+    return ids;
+}
+
+std::optional<LightSnapshot> BridgeEmulator::light(const std::string& id) const
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    const EmulatedLight* light = d->model.lights.light(id);
+    if (!light)
+        return std::nullopt;
+    return snapshotOf(*light);
+}
+
+std::string BridgeEmulator::addLight(const LightSpec& spec)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.lights.addLight(spec);
+}
+
+bool BridgeEmulator::removeLight(const std::string& id)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.lights.removeLight(id);
+}
+
+bool BridgeEmulator::setLightState(const std::string& id, const LightChange& change)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    EmulatedLight* light = d->model.lights.light(id);
+    if (!light)
+        return false;
+    light->apply(change, EmulatedLight::Source::Physical);
+    return true;
+}
+
+bool BridgeEmulator::setLightReachable(const std::string& id, bool reachable)
+{
+    LightChange change;
+    change.reachable = reachable;
+    return setLightState(id, change);
+}
+
+std::vector<std::string> BridgeEmulator::groupIds() const
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    std::vector<std::string> ids;
+    for (const EmulatedGroup* group : d->model.lights.groups())
+        ids.push_back(group->id);
+    return ids;
+}
+
+std::optional<GroupSnapshot> BridgeEmulator::group(const std::string& id) const
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    const EmulatedGroup* group = d->model.lights.group(id);
+    if (!group)
+        return std::nullopt;
+    return GroupSnapshot{group->id, group->name, group->type, group->lights, group->action};
+}
+
+std::string BridgeEmulator::addGroup(const std::string& name, GroupType type,
+                                     const std::vector<std::string>& lightIds)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.lights.addGroup(name, type, lightIds);
+}
+
+bool BridgeEmulator::removeGroup(const std::string& id)
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.lights.removeGroup(id);
+}
+
+void BridgeEmulator::throttle(int httpStatus, int count, const std::string& pathPrefix,
+                              const std::string& method)
+{
+    d->faults.addThrottle(httpStatus, count, {pathPrefix, method});
+}
+
+void BridgeEmulator::clearThrottles()
+{
+    d->faults.clearThrottles();
+}
+
+void BridgeEmulator::stall(int count, std::chrono::milliseconds duration, const std::string& pathPrefix,
+                           const std::string& method)
+{
+    d->faults.addStall(count, duration, {pathPrefix, method});
+}
+
+void BridgeEmulator::clearStalls()
+{
+    d->faults.clearStalls();
+}
+
+int BridgeEmulator::heldRequestCount() const
+{
+    return d->faults.heldCount();
+}
+
+bool BridgeEmulator::refuseConnections()
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    if (!d->running)
+        return false;
+    // Held requests would keep their threads, and so the listeners, alive until they elapse;
+    // requests arriving while the sockets close must not start holding either.
+    d->faults.abortHeld(true);
+    d->closeSet(d->https);
+    d->closeSet(d->http);
+    d->faults.resumeAfterAbort();
+    d->refusing = true;
+    return true;
+}
+
+bool BridgeEmulator::refuseConnectionsFor(std::chrono::milliseconds duration)
+{
+    if (!refuseConnections())
+        return false;
+    d->scheduler.runAfter(duration, [this] { acceptConnections(); });
+    return true;
+}
+
+bool BridgeEmulator::acceptConnections(std::string* error)
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    if (!d->running)
+        return false;
+    if (!d->refusing)
+        return true;
+    const bool opened = d->openSet(d->https, d->https.port, false, d->certificate.get(), error) &&
+                        d->openSet(d->http, d->http.port, false, nullptr, error);
+    d->refusing = !opened;
+    return opened;
+}
+
+bool BridgeEmulator::isRefusingConnections() const
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    return d->refusing;
+}
+
+std::vector<RecordedRequest> BridgeEmulator::requests() const
+{
+    return d->log.entries();
+}
+
+void BridgeEmulator::clearRequests()
+{
+    d->log.clear();
+}
+
+void BridgeEmulator::setRequestObserver(std::function<void(const RecordedRequest&)> observer)
+{
+    d->log.setObserver(std::move(observer));
+}
+
+} // namespace bridgeemu

@@ -1,0 +1,150 @@
+#pragma once
+
+#include "bridgeidentity.h"
+#include "emulatedlight.h"
+#include "emulatorclock.h"
+#include "lightcatalog.h"
+#include "lightset.h"
+#include "lightstore.h"
+#include "pairing.h"
+#include "requestlog.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bridgeemu {
+
+struct EmulatorConfig
+{
+    BridgeIdentity identity;
+    std::vector<LightSpec> lights = defaultLightSet();
+    bool defaultGroups = true; // two rooms and a light group over the lights above
+
+    // Ports on 127.0.0.1; 0 picks a free one. The control port serves only /emulator/ and stays
+    // open while the bridge refuses connections; -1 leaves it out.
+    int httpsPort = 0;
+    int httpPort = 0;
+    int controlPort = -1;
+    bool alsoIpv6 = false; // listen on ::1 as well, on the same port numbers
+
+    std::chrono::milliseconds linkButtonWindow{30000};      // negative: stays active once pressed
+    std::optional<std::chrono::milliseconds> autoLinkAfter; // press the button this long after start
+
+    std::size_t requestLogLimit = 10000;
+    std::size_t maxBodyBytes = 1024 * 1024; // larger bodies are answered with 413
+    Clock clock = systemSteadyClock();
+};
+
+// A light as the emulator holds it, copied out.
+struct LightSnapshot
+{
+    std::string id;
+    std::string name;
+    LightDescription description;
+    LightState state;
+};
+
+struct GroupSnapshot
+{
+    std::string id;
+    std::string name;
+    GroupType type = GroupType::Room;
+    std::vector<std::string> lights;
+    LightState action;
+};
+
+// A Hue bridge on the loopback interface: REST API version 1 with pairing, lights and groups,
+// the UPnP description document, and a control API under /emulator/ through which tests and the
+// demo play the user and the network (link button, wall switches, throttling, stalls, refused
+// connections). Every request is recorded.
+//
+// The HTTP servers run on threads of their own; every method is thread-safe. The destructor
+// stops the emulator.
+class BridgeEmulator
+{
+public:
+    explicit BridgeEmulator(EmulatorConfig config = {});
+    ~BridgeEmulator();
+    BridgeEmulator(const BridgeEmulator&) = delete;
+    BridgeEmulator& operator=(const BridgeEmulator&) = delete;
+
+    // Makes the certificate and opens the ports. False with a message when that fails.
+    bool start(std::string* error = nullptr);
+    // Closes every socket, ends held requests and joins every thread. start() may follow.
+    void stop();
+    bool isRunning() const;
+
+    int httpsPort() const;
+    int httpPort() const;
+    int controlPort() const; // -1 without a control port
+    std::string certificatePem() const;
+
+    // Identity. The bridge id and MAC are fixed at construction; the rest may change at any time.
+    BridgeIdentity identity() const;
+    std::string bridgeId() const;
+    void setName(const std::string& name);
+    void setApiVersion(const std::string& version);
+    void setSwVersion(const std::string& version);
+    void setZigbeeChannel(int channel);
+
+    // Pairing.
+    void pressLinkButton();
+    void pressLinkButtonAfter(std::chrono::milliseconds delay);
+    void setLinkButtonWindow(std::chrono::milliseconds window);
+    bool linkButtonActive() const;
+    // Whitelists a new application without the link button, for tests that start paired.
+    std::string addUser(const std::string& deviceType = "emulator#test");
+    // Withdraws a key: every later request with it gets "unauthorized user".
+    bool deleteUser(const std::string& username);
+    std::vector<WhitelistEntry> users() const;
+    void setClock(Clock clock);
+
+    // Lights and groups.
+    std::vector<std::string> lightIds() const;
+    std::optional<LightSnapshot> light(const std::string& id) const;
+    std::string addLight(const LightSpec& spec);
+    bool removeLight(const std::string& id);
+    // Changes a light as its wall switch or a power cut would: whatever its state, nothing
+    // recorded as a request. Only the parameters the light has are taken.
+    bool setLightState(const std::string& id, const LightChange& change);
+    bool setLightReachable(const std::string& id, bool reachable);
+    std::vector<std::string> groupIds() const;
+    std::optional<GroupSnapshot> group(const std::string& id) const;
+    std::string addGroup(const std::string& name, GroupType type, const std::vector<std::string>& lightIds);
+    bool removeGroup(const std::string& id);
+
+    // Faults. A path prefix and method narrow a rule to matching requests ("" for any); a
+    // negative count applies to every matching request until cleared. Requests to /emulator/
+    // are never affected.
+    void throttle(int httpStatus, int count, const std::string& pathPrefix = {},
+                  const std::string& method = {});
+    void clearThrottles();
+    // Holds matching requests for `duration` before answering them.
+    void stall(int count, std::chrono::milliseconds duration, const std::string& pathPrefix = {},
+               const std::string& method = {});
+    // Drops the stall rules and answers the held requests now.
+    void clearStalls();
+    int heldRequestCount() const;
+    // Closes the bridge's listening sockets and cuts its connections (the control port stays);
+    // acceptConnections() reopens them on the same ports.
+    bool refuseConnections();
+    // Refuses now and reopens by itself after `duration`.
+    bool refuseConnectionsFor(std::chrono::milliseconds duration);
+    bool acceptConnections(std::string* error = nullptr);
+    bool isRefusingConnections() const;
+
+    // The record of requests to the bridge (not to /emulator/), oldest first.
+    std::vector<RecordedRequest> requests() const;
+    void clearRequests();
+    void setRequestObserver(std::function<void(const RecordedRequest&)> observer);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> d;
+};
+
+} // namespace bridgeemu

@@ -1,0 +1,337 @@
+#include "controlapi.h"
+
+#include "bridgeemulator.h"
+#include "v1render.h"
+
+#include <minijson.h>
+
+#include <ctime>
+
+namespace bridgeemu {
+
+using namespace minijson;
+
+namespace {
+
+using Segments = std::vector<std::string>;
+
+HttpResponse ok(std::unique_ptr<CObject> extra = nullptr)
+{
+    CObject object;
+    object.SetBoolean("ok", true);
+    if (extra)
+        object.MergeFrom(*extra, true);
+    return HttpResponse::json(object);
+}
+
+HttpResponse failure(int status, const std::string& message)
+{
+    CObject object;
+    object.SetString("error", message);
+    return HttpResponse::json(object, status);
+}
+
+// The body as an object; an empty body counts as {}.
+std::unique_ptr<CEntity> parseBody(const HttpRequest& request)
+{
+    if (request.body.find_first_not_of(" \t\r\n") == std::string::npos)
+        return std::make_unique<CObject>();
+    try {
+        auto document = CParser::Parse(request.body);
+        if (document->IsObject())
+            return document;
+    } catch (const CException&) {
+    }
+    return nullptr;
+}
+
+std::string isoTime(std::chrono::system_clock::time_point time)
+{
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    char text[40];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc);
+    const auto millis =
+        std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count() % 1000;
+    char withMillis[48];
+    std::snprintf(withMillis, sizeof withMillis, "%s.%03dZ", text, static_cast<int>(millis));
+    return withMillis;
+}
+
+HttpResponse renderRequests(const std::vector<RecordedRequest>& requests)
+{
+    CArray list;
+    for (const RecordedRequest& request : requests) {
+        CObject& item = list.AddObject();
+        item.AddNumber("sequence").SetText(std::to_string(request.sequence));
+        item.SetString("method", request.method);
+        item.SetString("path", request.target);
+        item.SetString("scheme", request.scheme);
+        item.SetInt("port", request.port);
+        CObject& headers = item.AddObject("headers");
+        for (const auto& [name, value] : request.headers) {
+            const std::string earlier = headers.GetString(name);
+            headers.SetString(name, earlier.empty() ? value : earlier + ", " + value);
+        }
+        item.SetString("body", request.body);
+        item.SetString("time", isoTime(request.receivedAt));
+        item.AddNumber("elapsed_ms").SetText(std::to_string(request.sinceStart.count()));
+        item.SetInt("status", request.status);
+    }
+    return HttpResponse::json(list);
+}
+
+// Reads the members of a wall-switch change; false with a message for anything else.
+bool readLightChange(const CObject& body, LightChange& change, std::string& error)
+{
+    for (int i = 0; i < body.Count(); ++i) {
+        const std::string& name = body.MemberNameByIndex(i);
+        const CEntity& value = body.EntityAtIndex(i);
+        bool valid = true;
+        if (name == "on" || name == "reachable") {
+            valid = value.IsBoolean();
+            if (valid)
+                (name == "on" ? change.on : change.reachable) = value.Boolean().Value();
+        } else if (name == "bri" || name == "hue" || name == "sat" || name == "ct") {
+            valid = value.IsNumber();
+            const int number = valid ? value.Number().ValueInt() : 0;
+            if (name == "bri")
+                change.bri = number;
+            else if (name == "hue")
+                change.hue = number;
+            else if (name == "sat")
+                change.sat = number;
+            else
+                change.ct = number;
+        } else if (name == "xy") {
+            valid = value.IsArray() && value.Count() == 2 && value[0].IsNumber() && value[1].IsNumber();
+            if (valid)
+                change.xy = XY{value[0].Number().ValueDouble(), value[1].Number().ValueDouble()};
+        } else if (name == "alert" || name == "effect") {
+            valid = value.IsString();
+            if (valid)
+                (name == "alert" ? change.alert : change.effect) = value.StringValue();
+        } else {
+            error = "unknown light parameter \"" + name + "\"";
+            return false;
+        }
+        if (!valid) {
+            error = "bad value for \"" + name + "\"";
+            return false;
+        }
+    }
+    return true;
+}
+
+HttpResponse handleLights(BridgeEmulator& emulator, const HttpRequest& request, const Segments& rest,
+                          const CObject& body)
+{
+    if (rest.size() == 1 && request.method == "GET") {
+        CObject lights;
+        for (const std::string& id : emulator.lightIds()) {
+            if (const auto light = emulator.light(id)) {
+                EmulatedLight copy(light->id, light->name, light->description);
+                copy.restoreState(light->state);
+                lights.Add(id, v1::renderLight(copy));
+            }
+        }
+        return HttpResponse::json(lights);
+    }
+    if (rest.size() == 1 && request.method == "POST") {
+        LightSpec spec;
+        const auto kind = lightKindFromName(body.GetString("type", "extended"));
+        if (!kind)
+            return failure(400, "unknown light type (onoff, dimmable, ct, color, extended)");
+        spec.kind = *kind;
+        const std::string gamut = body.GetString("gamut");
+        if (gamut == "A" || gamut == "B" || gamut == "C")
+            spec.gamut = gamut == "A" ? GamutType::A : gamut == "B" ? GamutType::B : GamutType::C;
+        else if (!gamut.empty())
+            return failure(400, "gamut must be A, B or C");
+        spec.modelId = body.GetString("modelid");
+        spec.name = body.GetString("name");
+        auto result = std::make_unique<CObject>();
+        result->SetString("id", emulator.addLight(spec));
+        return ok(std::move(result));
+    }
+    if (rest.size() != 2)
+        return failure(404, "unknown control request");
+    if (request.method == "DELETE")
+        return emulator.removeLight(rest[1]) ? ok() : failure(404, "no light " + rest[1]);
+    if (request.method != "PUT")
+        return failure(405, "use PUT or DELETE");
+    LightChange change;
+    std::string error;
+    if (!readLightChange(body, change, error))
+        return failure(400, error);
+    return emulator.setLightState(rest[1], change) ? ok() : failure(404, "no light " + rest[1]);
+}
+
+HttpResponse handleGroups(BridgeEmulator& emulator, const HttpRequest& request, const Segments& rest,
+                          const CObject& body)
+{
+    if (rest.size() == 1 && request.method == "POST") {
+        std::vector<std::string> lights;
+        if (const CArray* list = body.GetArray("lights")) {
+            for (int i = 0; i < list->Count(); ++i) {
+                if ((*list)[i].IsString())
+                    lights.push_back((*list)[i].StringValue());
+            }
+        }
+        const GroupType type =
+            body.GetString("type", "Room") == "LightGroup" ? GroupType::LightGroup : GroupType::Room;
+        auto result = std::make_unique<CObject>();
+        result->SetString("id", emulator.addGroup(body.GetString("name", "Group"), type, lights));
+        return ok(std::move(result));
+    }
+    if (rest.size() == 2 && request.method == "DELETE")
+        return emulator.removeGroup(rest[1]) ? ok() : failure(404, "no group " + rest[1]);
+    return failure(404, "unknown control request");
+}
+
+HttpResponse handleUsers(BridgeEmulator& emulator, const HttpRequest& request, const Segments& rest,
+                         const CObject& body)
+{
+    if (rest.size() == 1 && request.method == "GET") {
+        CObject users;
+        for (const WhitelistEntry& entry : emulator.users())
+            users.AddObject(entry.username).SetString("name", entry.name);
+        return HttpResponse::json(users);
+    }
+    if (rest.size() == 1 && request.method == "POST") {
+        auto result = std::make_unique<CObject>();
+        result->SetString("username", emulator.addUser(body.GetString("devicetype", "emulator#control")));
+        return ok(std::move(result));
+    }
+    if (rest.size() == 2 && request.method == "DELETE")
+        return emulator.deleteUser(rest[1]) ? ok() : failure(404, "no such user");
+    return failure(404, "unknown control request");
+}
+
+HttpResponse handleFaults(BridgeEmulator& emulator, const HttpRequest& request, const std::string& kind,
+                          const CObject& body)
+{
+    const int count = body.GetInt("count", 1);
+    const std::string path = body.GetString("path");
+    const std::string method = body.GetString("method");
+    if (kind == "throttle") {
+        if (request.method == "DELETE") {
+            emulator.clearThrottles();
+            return ok();
+        }
+        const int status = body.GetInt("status", 429);
+        if (status != 429 && status != 503)
+            return failure(400, "status must be 429 or 503");
+        emulator.throttle(status, count, path, method);
+        return ok();
+    }
+    if (request.method == "DELETE") {
+        emulator.clearStalls();
+        return ok();
+    }
+    if (request.method == "GET") {
+        auto result = std::make_unique<CObject>();
+        result->SetInt("held", emulator.heldRequestCount());
+        return ok(std::move(result));
+    }
+    const int ms = body.GetInt("ms", -1);
+    if (ms < 0)
+        return failure(400, "\"ms\" (the stall in milliseconds) is required");
+    emulator.stall(count, std::chrono::milliseconds(ms), path, method);
+    return ok();
+}
+
+HttpResponse summary(BridgeEmulator& emulator)
+{
+    CObject object;
+    const BridgeIdentity identity = emulator.identity();
+    object.SetString("bridgeid", identity.bridgeId);
+    object.SetString("name", identity.name);
+    object.SetString("apiversion", identity.apiVersion);
+    object.SetString("swversion", identity.swVersion);
+    object.SetInt("https_port", emulator.httpsPort());
+    object.SetInt("http_port", emulator.httpPort());
+    object.SetInt("control_port", emulator.controlPort());
+    object.SetBoolean("refusing", emulator.isRefusingConnections());
+    object.SetBoolean("linkbutton", emulator.linkButtonActive());
+    object.SetInt("held", emulator.heldRequestCount());
+    CArray& lights = object.AddArray("lights");
+    for (const std::string& id : emulator.lightIds())
+        lights.AddString(id);
+    return HttpResponse::json(object);
+}
+
+} // namespace
+
+HttpResponse handleControlRequest(BridgeEmulator& emulator, const HttpRequest& request)
+{
+    Segments segments = splitPath(request.path);
+    while (!segments.empty() && segments.back().empty())
+        segments.pop_back();
+    const Segments rest(segments.begin() + (segments.empty() ? 0 : 1), segments.end());
+    if (rest.empty())
+        return summary(emulator);
+    const auto document = parseBody(request);
+    if (!document)
+        return failure(400, "the body must be a JSON object");
+    const CObject& body = document->Object();
+    const std::string& what = rest[0];
+    const std::string& method = request.method;
+
+    if (what == "linkbutton" && rest.size() == 1) {
+        if (method == "POST") {
+            const int delay = body.GetInt("delay_ms", 0);
+            if (delay > 0)
+                emulator.pressLinkButtonAfter(std::chrono::milliseconds(delay));
+            else
+                emulator.pressLinkButton();
+        }
+        auto result = std::make_unique<CObject>();
+        result->SetBoolean("active", emulator.linkButtonActive());
+        return ok(std::move(result));
+    }
+    if (what == "config" && rest.size() == 1 && method == "PUT") {
+        if (body.Contains("name"))
+            emulator.setName(body.GetString("name"));
+        if (body.Contains("apiversion"))
+            emulator.setApiVersion(body.GetString("apiversion"));
+        if (body.Contains("swversion"))
+            emulator.setSwVersion(body.GetString("swversion"));
+        if (body.Contains("zigbeechannel"))
+            emulator.setZigbeeChannel(body.GetInt("zigbeechannel"));
+        return ok();
+    }
+    if (what == "lights")
+        return handleLights(emulator, request, rest, body);
+    if (what == "groups")
+        return handleGroups(emulator, request, rest, body);
+    if (what == "users")
+        return handleUsers(emulator, request, rest, body);
+    if ((what == "throttle" || what == "stall") && rest.size() == 1)
+        return handleFaults(emulator, request, what, body);
+    if (what == "refuse" && rest.size() == 1 && method == "POST") {
+        // Closing the sockets would cut this very answer, so it happens once it has been sent.
+        const int ms = body.GetInt("ms", 0);
+        HttpResponse response = ok();
+        response.afterSend = [&emulator, ms] {
+            if (ms > 0)
+                emulator.refuseConnectionsFor(std::chrono::milliseconds(ms));
+            else
+                emulator.refuseConnections();
+        };
+        return response;
+    }
+    if (what == "accept" && rest.size() == 1 && method == "POST")
+        return emulator.acceptConnections() ? ok() : failure(500, "cannot reopen the ports");
+    if (what == "requests" && rest.size() == 1) {
+        if (method == "DELETE") {
+            emulator.clearRequests();
+            return ok();
+        }
+        return renderRequests(emulator.requests());
+    }
+    return failure(404, "unknown control request");
+}
+
+} // namespace bridgeemu

@@ -1,0 +1,181 @@
+#include "emulatoroptions.h"
+
+#include <cstdlib>
+#include <functional>
+#include <map>
+
+namespace bridgeemu {
+
+namespace {
+
+bool parseInt(const std::string& text, long low, long high, int& value)
+{
+    if (text.empty())
+        return false;
+    char* end = nullptr;
+    const long number = std::strtol(text.c_str(), &end, 10);
+    if (*end != '\0' || number < low || number > high)
+        return false;
+    value = static_cast<int>(number);
+    return true;
+}
+
+} // namespace
+
+std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::string>& arguments,
+                                                    std::string* error)
+{
+    EmulatorOptions options;
+    EmulatorConfig& config = options.config;
+    const auto fail = [&](const std::string& message) {
+        if (error)
+            *error = message;
+        return std::nullopt;
+    };
+    const auto port = [](int& target) {
+        return [&target](const std::string& value) { return parseInt(value, 0, 65535, target); };
+    };
+    const auto text = [](std::string& target) {
+        return [&target](const std::string& value) {
+            target = value;
+            return !value.empty();
+        };
+    };
+    int linkWindow = 30000;
+    int logLimit = 10000;
+    std::string lights;
+    // Options that take a value, as "--name VALUE" or "--name=VALUE".
+    const std::map<std::string, std::function<bool(const std::string&)>> valued = {
+        {"--https-port", port(config.httpsPort)},
+        {"--http-port", port(config.httpPort)},
+        {"--control-port", port(config.controlPort)},
+        {"--bridge-id", text(config.identity.bridgeId)},
+        {"--name", text(config.identity.name)},
+        {"--mac", text(config.identity.mac)},
+        {"--api-version", text(config.identity.apiVersion)},
+        {"--sw-version", text(config.identity.swVersion)},
+        {"--zigbee-channel",
+         [&](const std::string& value) { return parseInt(value, 11, 26, config.identity.zigbeeChannel); }},
+        {"--lights", text(lights)},
+        {"--link-window",
+         [&](const std::string& value) { return parseInt(value, -1, 86400000, linkWindow); }},
+        {"--request-log", [&](const std::string& value) { return parseInt(value, 1, 10000000, logLimit); }},
+    };
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        std::string name = arguments[i];
+        std::optional<std::string> value;
+        const std::size_t equals = name.find('=');
+        if (startsWith(name, "--") && equals != std::string::npos) {
+            value = name.substr(equals + 1);
+            name.resize(equals);
+        }
+        if (name == "--help" || name == "-h") {
+            options.help = true;
+        } else if (name == "--verbose" || name == "-v") {
+            options.verbose = true;
+        } else if (name == "--ipv6") {
+            config.alsoIpv6 = true;
+        } else if (name == "--no-groups") {
+            config.defaultGroups = false;
+        } else if (name == "--auto-link") {
+            // An optional value: "--auto-link" presses at once, "--auto-link=MS" after MS.
+            int delay = 0;
+            if (value && !parseInt(*value, 0, 86400000, delay))
+                return fail("--auto-link takes a delay in milliseconds");
+            config.autoLinkAfter = std::chrono::milliseconds(delay);
+        } else if (const auto it = valued.find(name); it != valued.end()) {
+            if (!value) {
+                if (i + 1 >= arguments.size())
+                    return fail(name + " needs a value");
+                value = arguments[++i];
+            }
+            if (!it->second(*value))
+                return fail("bad value for " + name + ": \"" + *value + "\"");
+        } else {
+            return fail("unknown option \"" + arguments[i] + "\" (see --help)");
+        }
+    }
+    if (!lights.empty()) {
+        std::string lightError;
+        const auto specs = parseLightSet(lights, &lightError);
+        if (!specs)
+            return fail("--lights: " + lightError);
+        config.lights = *specs;
+    }
+    config.linkButtonWindow = std::chrono::milliseconds(linkWindow);
+    config.requestLogLimit = static_cast<std::size_t>(logLimit);
+    std::string identityError;
+    if (!normalizeIdentity(config.identity, &identityError))
+        return fail(identityError);
+    return options;
+}
+
+std::string emulatorHelpText()
+{
+    return R"(Usage: hue-bridge-emulator [options]
+
+A Philips Hue bridge (REST API version 1) on 127.0.0.1 for tests and the demo. It serves HTTPS
+with a self-signed certificate whose common name is the bridge id, plain HTTP, and a control API
+under /emulator/ on both. When it is ready it prints one line on standard output:
+    listening https=PORT http=PORT [control=PORT]
+SIGINT or SIGTERM ends it.
+
+Options:
+  --https-port N        HTTPS port (default 0: a free port)
+  --http-port N         HTTP port (default 0: a free port)
+  --control-port N      an extra port that serves only /emulator/ and stays open while the
+                        bridge refuses connections (default: none; 0: a free port)
+  --ipv6                listen on ::1 as well, on the same port numbers
+  --bridge-id HEX       16 hex digits (default 001788fffe123456)
+  --name TEXT           bridge name (default "Philips hue")
+  --mac MAC             MAC address (default: derived from the bridge id)
+  --api-version X       reported apiversion (default 1.65.0)
+  --sw-version X        reported swversion (default 1965111030)
+  --zigbee-channel N    11 to 26 (default 25)
+  --lights SPEC         the lights, e.g. "extended:3,ct:2,dimmable:1,onoff:1,color:1"; kinds
+                        onoff, dimmable, ct, color, extended; a colour kind may name its gamut:
+                        color-b, extended-b (default extended:3,ct:2,dimmable:2,onoff:1,color:1,color-b:1)
+  --no-groups           no default groups (otherwise two rooms and a light group of colour lights)
+  --auto-link[=MS]      press the link button at start, or MS milliseconds after it
+  --link-window MS      how long a press lasts (default 30000; -1: for ever)
+  --request-log N       requests kept in the record (default 10000)
+  -v, --verbose         one line per request on standard error
+  -h, --help            this text
+
+Bridge API (all JSON): POST /api {"devicetype":...} pairs once the link button is pressed;
+GET /api/config; /api/<user>/ with config, lights, lights/<id>, lights/<id>/state, groups,
+groups/<id>, groups/<id>/action; GET /description.xml (UPnP).
+
+Control API (JSON bodies; answers {"ok":true,...} or {"error":...}):
+  GET    /emulator                  summary: ports, bridge id, light ids, link button
+  POST   /emulator/linkbutton       press it; {"delay_ms":N} presses N ms later
+  GET    /emulator/linkbutton       {"active":bool}
+  PUT    /emulator/config           {"name","apiversion","swversion","zigbeechannel"}
+  GET    /emulator/users            the whitelist
+  POST   /emulator/users            {"devicetype":...}: whitelist without the button -> {"username"}
+  DELETE /emulator/users/<name>     withdraw a key (its requests then get error 1)
+  GET    /emulator/lights           the lights as API version 1 shows them
+  POST   /emulator/lights           {"type":"ct","gamut":"B","modelid":...,"name":...} -> {"id"}
+  PUT    /emulator/lights/<id>      as a wall switch: any of on, bri, hue, sat, ct, xy,
+                                    alert, effect, reachable
+  DELETE /emulator/lights/<id>      remove a light
+  POST   /emulator/groups           {"name","type":"Room"|"LightGroup","lights":[ids]} -> {"id"}
+  DELETE /emulator/groups/<id>      remove a group
+  POST   /emulator/throttle         {"status":429|503,"count":N,"path":prefix,"method":M}: answer
+                                    the next N matching requests with that status (N<0: all)
+  DELETE /emulator/throttle         drop the throttle rules
+  POST   /emulator/stall            {"ms":M,"count":N,"path":prefix,"method":M}: hold the next N
+                                    matching requests for M ms before answering
+  GET    /emulator/stall            {"held":N}: requests being held now
+  DELETE /emulator/stall            drop the stall rules and answer held requests now
+  POST   /emulator/refuse           close the bridge's ports once answered; {"ms":N} reopens
+                                    them after N ms
+  POST   /emulator/accept           reopen them (useful on --control-port)
+  GET    /emulator/requests         every request to the bridge: method, path, scheme, port,
+                                    headers, body, time, status
+  DELETE /emulator/requests         clear that record
+Requests to /emulator/ are neither recorded, throttled nor stalled.
+)";
+}
+
+} // namespace bridgeemu

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace minijson {
+class CEntity;
+}
+
+namespace bridgeemu {
+
+using HeaderList = std::vector<std::pair<std::string, std::string>>;
+
+// One HTTP request as the emulator's API layers see it, free of the HTTP library's types so that
+// they can be driven without sockets.
+struct HttpRequest
+{
+    std::string method;
+    std::string path;   // decoded, without the query
+    std::string target; // as sent: path and query
+    HeaderList headers;
+    std::string body;
+    std::string scheme; // "https" or "http"
+    int localPort = 0;
+
+    // First header of that name (case-insensitive), or empty.
+    std::string header(std::string_view name) const;
+};
+
+struct HttpResponse
+{
+    int status = 200;
+    std::string contentType = "application/json";
+    std::string body;
+    HeaderList headers;
+    // Runs on another thread once the answer has been written, for actions that would cut the
+    // connection they were asked on (closing the listening sockets, for instance).
+    std::function<void()> afterSend;
+
+    static HttpResponse json(const minijson::CEntity& document, int status = 200);
+    static HttpResponse text(int status, std::string body, std::string contentType = "text/plain");
+};
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b);
+bool startsWith(std::string_view text, std::string_view prefix);
+// Splits "/a/b/c" into {"a", "b", "c"}; empty segments (doubled or trailing slashes) are kept.
+std::vector<std::string> splitPath(std::string_view path);
+
+} // namespace bridgeemu

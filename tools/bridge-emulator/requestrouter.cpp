@@ -1,0 +1,85 @@
+#include "requestrouter.h"
+
+#include "bridgemodel.h"
+#include "controlapi.h"
+#include "faultrules.h"
+#include "requestlog.h"
+#include "upnpdescription.h"
+#include "v1api.h"
+#include "v1errors.h"
+
+#include <minijson.h>
+
+namespace bridgeemu {
+
+RequestRouter::RequestRouter(BridgeEmulator& emulator, std::mutex& modelMutex, BridgeModel& model,
+                             RequestLog& log, FaultRules& faults, const std::atomic<int>& httpPort)
+    : m_emulator(emulator), m_modelMutex(modelMutex), m_model(model), m_log(log), m_faults(faults),
+      m_httpPort(httpPort), m_startedAt(std::chrono::steady_clock::now())
+{
+}
+
+bool RequestRouter::isControlPath(const std::string& path)
+{
+    return path == "/emulator" || startsWith(path, "/emulator/");
+}
+
+std::chrono::milliseconds RequestRouter::sinceStart() const
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 m_startedAt);
+}
+
+HttpResponse RequestRouter::route(const HttpRequest& request)
+{
+    if (isControlPath(request.path))
+        return handleControlRequest(m_emulator, request);
+
+    const std::uint64_t sequence = m_log.record(request, sinceStart());
+    HttpResponse response;
+    const auto stallFor = m_faults.takeStall(request.method, request.path);
+    if (stallFor && m_faults.hold(*stallFor) == FaultRules::HoldOutcome::Aborted) {
+        // The connection is being cut; nothing of this request may take effect.
+        response = HttpResponse::text(503, "");
+    } else if (const auto throttledWith = m_faults.takeThrottle(request.method, request.path)) {
+        // Bridges answer an overload with the status and a version 1 error of type 901.
+        minijson::CArray errors;
+        v1::addInternalError(errors, request.path, *throttledWith);
+        response = HttpResponse::json(errors, *throttledWith);
+        if (*throttledWith == 503)
+            response.headers.emplace_back("Retry-After", "1");
+    } else {
+        response = answerFromBridge(request);
+    }
+    m_log.setStatus(sequence, response.status);
+    return response;
+}
+
+HttpResponse RequestRouter::answerFromBridge(const HttpRequest& request)
+{
+    if (request.path == "/description.xml") {
+        const int port = m_httpPort > 0 ? m_httpPort.load() : request.localPort;
+        std::lock_guard<std::mutex> lock(m_modelMutex);
+        return HttpResponse::text(200, upnpDescription(m_model.identity, port), "text/xml");
+    }
+    if (request.path == "/api" || startsWith(request.path, "/api/")) {
+        std::lock_guard<std::mutex> lock(m_modelMutex);
+        return v1::handleRequest(m_model, request);
+    }
+    return HttpResponse::text(404, "not found", "text/html");
+}
+
+HttpResponse RequestRouter::routeControlOnly(const HttpRequest& request)
+{
+    if (isControlPath(request.path))
+        return handleControlRequest(m_emulator, request);
+    return HttpResponse::text(404, "this port serves only /emulator/");
+}
+
+void RequestRouter::recordLibraryAnswer(const HttpRequest& request, int status)
+{
+    if (!isControlPath(request.path))
+        m_log.setStatus(m_log.record(request, sinceStart()), status);
+}
+
+} // namespace bridgeemu

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "emulatorclock.h"
+#include "httpexchange.h"
+
+#include <atomic>
+#include <mutex>
+
+namespace bridgeemu {
+
+class BridgeEmulator;
+class FaultRules;
+class RequestLog;
+struct BridgeModel;
+
+// Decides who answers a request that reaches the bridge's ports: the control API (never
+// recorded or disturbed), else a fault rule (stall, throttle), else one of the bridge's own
+// APIs by path. Another API of the bridge plugs in here beside the version 1 one.
+class RequestRouter
+{
+public:
+    RequestRouter(BridgeEmulator& emulator, std::mutex& modelMutex, BridgeModel& model, RequestLog& log,
+                  FaultRules& faults, const std::atomic<int>& httpPort);
+
+    HttpResponse route(const HttpRequest& request);
+    // The control port answers /emulator/ and nothing else.
+    HttpResponse routeControlOnly(const HttpRequest& request);
+    // Records a request that the HTTP library answered without asking (oversized, malformed).
+    void recordLibraryAnswer(const HttpRequest& request, int status);
+
+    static bool isControlPath(const std::string& path);
+
+private:
+    HttpResponse answerFromBridge(const HttpRequest& request);
+    std::chrono::milliseconds sinceStart() const;
+
+    BridgeEmulator& m_emulator;
+    std::mutex& m_modelMutex;
+    BridgeModel& m_model;
+    RequestLog& m_log;
+    FaultRules& m_faults;
+    const std::atomic<int>& m_httpPort;
+    const SteadyTime m_startedAt;
+};
+
+} // namespace bridgeemu
