@@ -329,39 +329,34 @@ Reader::Result Reader::needMore(qint64 bytes)
     return NeedMore;
 }
 
+template <typename T>
+Reader::Result Reader::readLittleEndian(T& value)
+{
+    if (remaining() < int(sizeof(T)))
+        return needMore(sizeof(T));
+    value = qFromLittleEndian<T>(m_data + m_pos);
+    m_pos += int(sizeof(T));
+    return Done;
+}
+
 Reader::Result Reader::readUInt8(quint8& value)
 {
-    if (remaining() < 1)
-        return needMore(1);
-    value = quint8(m_data[m_pos++]);
-    return Done;
+    return readLittleEndian(value);
 }
 
 Reader::Result Reader::readUInt16(quint16& value)
 {
-    if (remaining() < 2)
-        return needMore(2);
-    value = qFromLittleEndian<quint16>(m_data + m_pos);
-    m_pos += 2;
-    return Done;
+    return readLittleEndian(value);
 }
 
 Reader::Result Reader::readUInt32(quint32& value)
 {
-    if (remaining() < 4)
-        return needMore(4);
-    value = qFromLittleEndian<quint32>(m_data + m_pos);
-    m_pos += 4;
-    return Done;
+    return readLittleEndian(value);
 }
 
 Reader::Result Reader::readUInt64(quint64& value)
 {
-    if (remaining() < 8)
-        return needMore(8);
-    value = qFromLittleEndian<quint64>(m_data + m_pos);
-    m_pos += 8;
-    return Done;
+    return readLittleEndian(value);
 }
 
 Reader::Result Reader::readDouble(double& value)

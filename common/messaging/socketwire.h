@@ -96,6 +96,8 @@ public:
 
 private:
     Result needMore(qint64 bytes);
+    template <typename T>
+    Result readLittleEndian(T& value);
     // Fails unless `count` elements of at least `minBytes` each can follow: negative or
     // impossible counts are Broken, counts larger than the bytes at hand NeedMore.
     Result checkCount(qint32 count, int minBytes);
