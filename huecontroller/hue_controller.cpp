@@ -1,7 +1,12 @@
 #include "hue_controller.h"
 
+#include "hue_bridge.h"
 #include "hue_device.h"
 #include "hue_globals.h"
+#include "hue_rootcertificate.h"
+
+#include <QNetworkAccessManager>
+#include <QSettings>
 
 namespace hue {
 
@@ -10,10 +15,27 @@ CController* g_Controller = nullptr;
 CController::CController(QObject* parent) : QObject(parent)
 {
     g_Controller = this;
+
+    // Bridge registry: one network access manager for all bridges, polling one bridge per tick,
+    // coalesced configuration changes and the support-information deadline.
+    m_nam = new QNetworkAccessManager(this);
+    connect(m_nam, &QNetworkAccessManager::sslErrors, this, &CController::sslErrors);
+    trustHueBridgeRootCertificate();
+    m_pollTimer.setInterval(kPollIntervalMs);
+    connect(&m_pollTimer, &QTimer::timeout, this, &CController::pollNextBridge);
+    m_configApplyTimer.setSingleShot(true);
+    m_configApplyTimer.setInterval(kConfigApplyDelayMs);
+    connect(&m_configApplyTimer, &QTimer::timeout, this, &CController::onCVarApplyTimeout);
+    m_supportInfoTimer.setSingleShot(true);
+    m_supportInfoTimer.setInterval(kSupportInfoTimeoutMs);
+    connect(&m_supportInfoTimer, &QTimer::timeout, this, &CController::onSupportInfoTimeout);
+    const QSettings settings(QStringLiteral("vorn"), QStringLiteral("huecontroller"));
+    m_dumpLightUpdates = settings.value(QStringLiteral("debug/dumpLightUpdates"), false).toBool();
 }
 
 CController::~CController()
 {
+    kill();
     if (g_Controller == this)
         g_Controller = nullptr;
 }

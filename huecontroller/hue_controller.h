@@ -1,13 +1,26 @@
 #pragma once
 
+#include "hue_bridgestate.h"
 #include "hue_lighttype.h"
 
+#include <QByteArray>
+#include <QList>
 #include <QMap>
 #include <QObject>
+#include <QPointer>
+#include <QSet>
+#include <QSslError>
 #include <QString>
+#include <QTimer>
+
+class QNetworkAccessManager;
+class QNetworkReply;
+class QSslCertificate;
+class QTextStream;
 
 namespace hue {
 
+class CBridge;
 class CDevice;
 
 // The one controller of the service: it knows the light-type descriptions and (later) the
@@ -29,8 +42,113 @@ public:
     // Null when no description was loaded for the type.
     CDevice* deviceByType(LightType type) const;
 
+    // --- Persisted per-bridge settings (hue_controller_settings.cpp) ----------------------------
+    // Kept in the hub's configuration cache under a prefix and the bridge id. A failed query is
+    // logged and reads as "no value": state invalid, short id -1, empty texts.
+
+    // "hueBridges/" + id: the state text.
+    EBridgeState bridgeState(const QByteArray& bridgeId) const;
+    void setBridgeState(const QString& bridgeId, EBridgeState state);
+    // "hueBridgeUserNames/" + id: the application key the bridge issued at pairing.
+    QString bridgeUserName(const QByteArray& bridgeId) const;
+    void setBridgeUserName(const QString& bridgeId, const QString& userName);
+    // "hueBridgeIDs/" + id: the 16-bit short id in decimal; -1 when none or unreadable.
+    int bridgeShortId(const QByteArray& bridgeId) const;
+    void setBridgeShortId(const QByteArray& bridgeId, int shortId);
+    // "hueBridgeNames/" + id: the display name.
+    QString bridgeName(const QByteArray& bridgeId) const;
+    void setBridgeName(const QByteArray& bridgeId, const QString& name);
+    // "hueCertDigests/" + id: the pinned certificate digest, stored as Base64 of the raw bytes.
+    QByteArray bridgeCertDigest(const QByteArray& bridgeId) const;
+    void setBridgeCertDigest(const QByteArray& bridgeId, const QByteArray& digest);
+
 private:
     QMap<LightType, CDevice*> m_devices; // owned through the Qt parent
+
+    // --- Bridge registry, support information and TLS trust ------------------------------------
+    // (hue_controller_registry.cpp, hue_controller_supportinfo.cpp, hue_controller_ssl.cpp)
+    // The controller owns the bridges, keyed by their 16-bit short id, and the one network access
+    // manager that all of them share.
+public:
+    static constexpr int kPollIntervalMs = 1000;
+    static constexpr int kConfigApplyDelayMs = 1000;
+    static constexpr int kSupportInfoTimeoutMs = 10000;
+
+    QNetworkAccessManager* networkAccessManager() const { return m_nam; }
+    // Loads the ten light descriptions.
+    void initialize();
+    // Bridges are polled between start() and stop(); start() applies the configuration changes
+    // that arrived before it.
+    void start();
+    void stop();
+    bool isStarted() const { return m_started; }
+    // Deletes every bridge.
+    void kill();
+
+    CBridge* bridgeByShortID(int shortId) const;
+    CBridge* bridgeByBridgeId(const QString& bridgeId) const;
+    // The registered bridges in polling order.
+    QList<CBridge*> bridges() const;
+    // Creates the object of an identified bridge at host:port with its persisted settings (short
+    // id, user name, state), enters it into the registry (replacing an object of the same id) and
+    // starts pairing as its stored state asks. Null when no short id is left.
+    CBridge* registerBridge(const QByteArray& bridgeId, const QString& host, int port, const QString& name);
+    // Deletes the bridges of that id and emits bridgeRemoved.
+    void removeBridge(const QString& bridgeId);
+    // The bridge's short id: the stored one, else a new one that is recorded for ever in
+    // "hue/usedBridgeIDs". False when all 65536 are taken.
+    bool calculateShortId(int& shortId, const QByteArray& bridgeId);
+
+    QByteArray lastPolledBridgeId() const { return m_lastPolledBridgeId; }
+    QSet<QString> pendingConfigChanges() const { return m_pendingConfigChanges; }
+    bool ignoreReachability() const { return m_ignoreReachability; }
+    bool dumpLightUpdates() const { return m_dumpLightUpdates; }
+    const QTimer& pollTimer() const { return m_pollTimer; }
+    const QTimer& configApplyTimer() const { return m_configApplyTimer; }
+    const QTimer& supportInfoTimer() const { return m_supportInfoTimer; }
+    void debugDumpLightStates(QTextStream& out) const;
+
+    // Asks every bridge for its support information; supportInfoReady carries the report once
+    // all have answered or the support timer has run out.
+    void gatherSupportInfo();
+    void addSupportInfo(CBridge* bridge, const QByteArray& text);
+    int outstandingSupportAnswers() const { return m_outstandingSupportAnswers; }
+
+    // Trust on first use of a bridge's self-signed certificate: accepted when its common name is
+    // the bridge id, then pinned by its SHA-256 digest. A changed certificate puts the bridge
+    // into the error state.
+    bool acceptSelfSignedCertificate(const QByteArray& bridgeId, const QSslCertificate& certificate);
+
+public slots:
+    void configValueChanged(QString key, QString value, bool persistent);
+    void onCVarApplyTimeout();
+    void pollNextBridge();
+    void onSupportInfoTimeout();
+    void sslErrors(QNetworkReply* reply, const QList<QSslError>& errors);
+
+signals:
+    // The adaptor connects this to the backend's support-information call.
+    void supportInfoReady(const QByteArray& text);
+    // The adaptor connects this to the UPnP listener, so that the bridge can be found again.
+    void bridgeRemoved(const QString& bridgeId);
+
+private:
+    // Pairing, ignoring and deleting as the bridge's stored state says.
+    void applyStoredState(CBridge* bridge, bool resetCheckCount);
+    void submitSupportInfo();
+
+    QNetworkAccessManager* m_nam = nullptr; // child
+    QMap<int, QPointer<CBridge>> m_bridges; // children
+    QByteArray m_lastPolledBridgeId;
+    QSet<QString> m_pendingConfigChanges;
+    bool m_started = false;
+    bool m_ignoreReachability = false;
+    bool m_dumpLightUpdates = false;
+    QTimer m_pollTimer;
+    QTimer m_configApplyTimer;
+    QTimer m_supportInfoTimer;
+    QByteArray m_supportInfo;
+    int m_outstandingSupportAnswers = 0;
 };
 
 // The process's controller, set by its constructor.

@@ -1,0 +1,297 @@
+// CBridge's pairing: checking a stored user name, registering a new one with the link button,
+// and the firmware and API version rules.
+
+#include "hue_bridge.h"
+
+#include "hue_bridgeapi.h"
+#include "hue_bridgestate.h"
+#include "hue_controller.h"
+
+#include "common/logginginterface.h"
+#include "json/minijson.h"
+
+#include <QNetworkAccessManager>
+#include <QRegularExpression>
+
+namespace hue {
+
+namespace {
+
+constexpr qulonglong kFirstV2SwVersion = 1948086000ULL;
+
+// "major.minor" followed by "." or the end, major non-zero.
+bool parseApiVersion(const QString& text, int* major, int* minor)
+{
+    static const QRegularExpression kPattern(QStringLiteral("^([0-9]+)\\.([0-9]+)(\\.|$)"));
+    const QRegularExpressionMatch match = kPattern.match(text);
+    if (!match.hasMatch())
+        return false;
+    *major = match.captured(1).toInt();
+    *minor = match.captured(2).toInt();
+    return *major != 0;
+}
+
+} // namespace
+
+void CBridge::setUserNameState(UserNameState state, bool fromParseError)
+{
+    m_userNameState = state;
+    switch (state) {
+    case USERNAME_ERROR_UNKNOWN:
+        // The adaptor's network-stability check joins here once the service adaptor exists; until
+        // then a parse error counts like any other unexpected answer.
+        Q_UNUSED(fromParseError);
+        requestBridgeState(BridgeStateError);
+        break;
+    case USERNAME_ERROR_NETWORK:
+        LOG_DETAIL << "Not changing bridge state due to network error while querying user name";
+        break;
+    case USERNAME_ERROR_LINK_BUTTON:
+        requestBridgeState(BridgeStateNew);
+        break;
+    case USERNAME_ERROR_FIRMWARE:
+        requestBridgeState(BridgeStateVersion);
+        break;
+    case USERNAME_REGISTERED:
+        requestBridgeState(BridgeStatePaired);
+        break;
+    case USERNAME_UNKNOWN:
+    case USERNAME_CHECKING:
+    case USERNAME_REGISTERING:
+        break;
+    }
+}
+
+void CBridge::checkUsernameRegistered(bool resetCount)
+{
+    if (m_checkReply) {
+        LOG_WARNING << "Ignoring checkUsernameRegistered() since a request is still ative";
+        return;
+    }
+    if (!m_nam)
+        return;
+    m_checkCount = resetCount ? 0 : m_checkCount + 1;
+    QUrl url = m_url;
+    url.setPath(QStringLiteral("/api/") + m_userName + QStringLiteral("/config"));
+    m_checkReply = m_nam->get(QNetworkRequest(url));
+    trackReply(m_checkReply);
+    setUserNameState(USERNAME_CHECKING);
+    m_lastRequest.start();
+}
+
+void CBridge::handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool timedOut, bool fellBack)
+{
+    m_checkReply = nullptr;
+    m_lastCheckReply.start();
+    if (timedOut || reply->error() != QNetworkReply::NoError) {
+        if (!fellBack)
+            LOG_ERROR << "network reply error while trying to check if username is already registered. error:"
+                      << int(reply->error()) << reply->errorString();
+        setUserNameState(USERNAME_ERROR_NETWORK);
+        return;
+    }
+    const QByteArray body = reply->readAll();
+    std::unique_ptr<minijson::CEntity> document;
+    try {
+        document = minijson::CParser::Parse(body.constData(), body.size());
+    } catch (const minijson::CException& e) {
+        LOG_ERROR << "JSON parse error while trying to parse network response from bridge. Exception:"
+                  << e.what() << "Response data:" << body;
+        setUserNameState(USERNAME_ERROR_UNKNOWN, true);
+        return;
+    }
+    if (!document->IsObject()) {
+        LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << body;
+        setUserNameState(USERNAME_ERROR_UNKNOWN);
+        return;
+    }
+    const minijson::CObject& config = document->Object();
+
+    const QString apiVersion = QString::fromStdString(config.GetString("apiversion"));
+    int major = 0;
+    int minor = 0;
+    if (!parseApiVersion(apiVersion, &major, &minor)) {
+        LOG_ERROR << "unexpected apiversion format" << apiVersion;
+        setUserNameState(USERNAME_ERROR_FIRMWARE);
+        return;
+    }
+    if (!(major >= 2 || (major == 1 && minor >= 3))) {
+        LOG_ERROR << "Require apiversion 1.3.0, bridge requires firmware update.";
+        setUserNameState(USERNAME_ERROR_FIRMWARE);
+        return;
+    }
+    m_apiVersionModern = major >= 2 || (major == 1 && minor >= 60);
+
+    const QString swVersion = QString::fromStdString(config.GetString("swversion"));
+    const int channel = config.GetInt("zigbeechannel", -1);
+    if (channel >= 0)
+        LOG_INFO << m_bridgeId << "Bridge"
+                 << "0x" + QByteArray::number(m_shortId, 16) << "reports Zigbee channel" << channel
+                 << "swversion" << swVersion;
+    checkVersion2(swVersion);
+
+    const minijson::CObject* whitelist = config.GetObject("whitelist");
+    if (whitelist && whitelist->Contains(m_userName.toStdString())) {
+        setUserNameState(USERNAME_REGISTERED);
+    } else {
+        LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << body;
+        setUserNameState(USERNAME_ERROR_UNKNOWN);
+    }
+}
+
+bool CBridge::checkVersion2(const QString& swVersion)
+{
+    bool ok = false;
+    const qulonglong version = swVersion.toULongLong(&ok, 10);
+    if (m_forceAPI1 || !ok || version < kFirstV2SwVersion)
+        return false;
+    if (m_url.scheme() != QLatin1String("https")) {
+        LOG_WARNING << "Found a v2-capable bridge, but failed to connect via https - falling back to v1 API";
+        return false;
+    }
+    if (m_api->supportsV2())
+        return false;
+    if (!m_lights.isEmpty()) {
+        LOG_WARNING << "Found a v2-capable bridge, but there are already known lights - staying on v1 API";
+        return false;
+    }
+    // The version 2 dialect is not part of this service yet: the bridge keeps version 1.
+    LOG_INFO << "bridge" << m_bridgeId << "qualifies for API version 2; staying on API version 1";
+    return true;
+}
+
+void CBridge::registerUserName(int attempts)
+{
+    if (m_registerReply) {
+        LOG_WARNING << "registerUserName while another register attemt is still active";
+        return;
+    }
+    m_registerRetryTimer->stop();
+    if (attempts > 0)
+        m_registerAttemptsLeft = attempts;
+    if (!m_nam)
+        return;
+    minijson::CObject body;
+    body.SetString("devicetype", "velnor");
+    QUrl url = m_url;
+    url.setPath(QStringLiteral("/api"));
+    QNetworkRequest request(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader,
+                      QStringLiteral("application/x-www-form-urlencoded"));
+    m_registerReply =
+        m_nam->post(request, QByteArray::fromStdString(minijson::CWriter(true, "  ").Write(body)));
+    trackReply(m_registerReply);
+    setUserNameState(USERNAME_REGISTERING);
+    m_lastRequest.start();
+}
+
+void CBridge::retryRegisterUser()
+{
+    registerUserName(-1);
+}
+
+void CBridge::handleRegisterUserNameReply(QNetworkReply* reply, bool timedOut, bool fellBack)
+{
+    m_registerReply = nullptr;
+    // Another attempt after the retry delay, or the end of pairing when none is left.
+    const auto retryOrGiveUp = [this](UserNameState stateWhenExhausted) {
+        if (m_registerAttemptsLeft < 1) {
+            setUserNameState(stateWhenExhausted);
+        } else {
+            --m_registerAttemptsLeft;
+            m_registerRetryTimer->start();
+        }
+    };
+    if (timedOut || reply->error() != QNetworkReply::NoError) {
+        if (fellBack)
+            ++m_registerAttemptsLeft; // the https attempt does not count
+        else
+            LOG_ERROR << "network reply error while trying register username. error:" << int(reply->error())
+                      << reply->errorString();
+        retryOrGiveUp(reply->error() == QNetworkReply::ContentAccessDenied ? USERNAME_ERROR_LINK_BUTTON
+                                                                           : USERNAME_ERROR_NETWORK);
+        return;
+    }
+    const QByteArray body = reply->readAll();
+    std::unique_ptr<minijson::CEntity> document;
+    try {
+        document = minijson::CParser::Parse(body.constData(), body.size());
+    } catch (const minijson::CException& e) {
+        LOG_ERROR << "JSON parse error while trying to parse network response from bridge. Exception:"
+                  << e.what() << "Response data:" << body;
+        setUserNameState(USERNAME_ERROR_UNKNOWN, true);
+        return;
+    }
+    if (!document->IsArray()) {
+        LOG_ERROR
+            << "JSON response from bridge parsed successfully, but have unexpected JSON trying to register "
+               "username. Response:"
+            << body;
+        setUserNameState(USERNAME_ERROR_UNKNOWN);
+        return;
+    }
+    if (document->Count() == 0 || !(*document)[0].IsObject()) {
+        LOG_ERROR
+            << (document->Count() == 0
+                    ? "JSON response from bridge parsed successfully, but returned array is empty"
+                    : "JSON response from bridge parsed successfully, but returned array has unexpected "
+                      "contents.")
+            << "Response data:" << body;
+        setUserNameState(USERNAME_ERROR_UNKNOWN);
+        return;
+    }
+    const minijson::CObject& first = (*document)[0].Object();
+    if (const minijson::CObject* error = first.GetObject("error")) {
+        const int type = error->GetInt("type", -1);
+        if (type == 101)
+            LOG_WARNING
+                << "User interaction required: Press link button on bridge and re-try to register user.";
+        else
+            LOG_ERROR << "unknown error from bridge. type:" << type
+                      << "description:" << error->GetString("description");
+        retryOrGiveUp(USERNAME_ERROR_LINK_BUTTON);
+    } else if (const minijson::CObject* success = first.GetObject("success")) {
+        const QString name = QString::fromStdString(success->GetString("username"));
+        if (name.isEmpty()) {
+            LOG_ERROR
+                << "Bridge claimed to have successfully registered username, but returned empty username";
+            setUserNameState(USERNAME_ERROR_UNKNOWN);
+            return;
+        }
+        LOG_DETAIL << "Successfully registered username, got username:" << name;
+        m_userName = name;
+        if (g_Controller)
+            g_Controller->setBridgeUserName(bridgeIdString(), name);
+        setUserNameState(USERNAME_REGISTERED);
+        checkUsernameRegistered(true);
+    } else {
+        LOG_ERROR
+            << "JSON response from bridge parsed successfully, but returned array has unexpected contents."
+            << "Response data:" << body;
+        setUserNameState(USERNAME_ERROR_UNKNOWN);
+    }
+}
+
+bool CBridge::userNameChecksAllowPolling()
+{
+    if (!m_lastRequest.isValid() || m_lastRequest.elapsed() < 500)
+        return false;
+    switch (m_userNameState) {
+    case USERNAME_REGISTERED:
+        if (m_lastCheckReply.isValid() && m_lastCheckReply.hasExpired(3600000))
+            checkUsernameRegistered(true);
+        return true;
+    case USERNAME_ERROR_UNKNOWN:
+    case USERNAME_ERROR_NETWORK:
+    case USERNAME_ERROR_FIRMWARE: {
+        const qint64 wait = m_checkCount > 3 ? 60000 : 10000;
+        if (!m_lastCheckReply.isValid() || m_lastCheckReply.hasExpired(wait))
+            checkUsernameRegistered(false);
+        return false;
+    }
+    default:
+        return false;
+    }
+}
+
+} // namespace hue

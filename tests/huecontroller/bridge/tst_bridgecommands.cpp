@@ -1,0 +1,168 @@
+// CBridge's command queue against the bridge emulator: coalescing, switch-on defaults by mode,
+// the night maximum and the start-stop timer.
+
+#include "huecontroller/hue_colorconvert.h"
+#include "huecontroller/hue_light.h"
+
+#include "emulatedbridge.h"
+
+#include <QtTest>
+
+using namespace hue;
+
+namespace {
+
+// Lights 1..4: extended colour, colour temperature, dimmable, on/off.
+bridgeemu::EmulatorConfig fourLights()
+{
+    bridgeemu::EmulatorConfig config;
+    config.lights = {{bridgeemu::LightKind::ExtendedColor},
+                     {bridgeemu::LightKind::ColorTemperature},
+                     {bridgeemu::LightKind::Dimmable},
+                     {bridgeemu::LightKind::OnOff}};
+    config.defaultGroups = false;
+    return config;
+}
+
+void setAll(bridgeemu::BridgeEmulator& emulator, bool on)
+{
+    bridgeemu::LightChange change;
+    change.on = on;
+    change.bri = 100;
+    change.ct = 300;
+    for (const std::string& id : emulator.lightIds())
+        emulator.setLightState(id, change);
+}
+
+QByteArray compact(const std::string& body)
+{
+    return QByteArray::fromStdString(body).replace('\n', "").replace(' ', "");
+}
+
+} // namespace
+
+class TestBridgeCommands : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void burstBecomesOneRequest();
+    void switchOnDefaults_data();
+    void switchOnDefaults();
+    void startStopTimer_data();
+    void startStopTimer();
+};
+
+void TestBridgeCommands::burstBecomesOneRequest()
+{
+    EmulatedBridge env(fourLights());
+    QVERIFY(env.isRunning());
+    setAll(env.emulator(), true);
+    auto bridge = env.makePairedBridge();
+    QVERIFY(bridge);
+    const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/1/state";
+    // Ten changes in a burst: each one starts the light's quiet time over, and nothing is sent
+    // while it runs. (Driven without real gaps, so a loaded machine cannot split the burst.)
+    QTimer* quietTime = bridge->lightById("1")->commandTimer();
+    for (int i = 0; i < 10; ++i) {
+        bridge->requestLightBrightness("1", 10 + 5 * i, false, -1);
+        QVERIFY(quietTime->isActive());
+        QCOMPARE(quietTime->interval(), 200);
+        QCoreApplication::processEvents();
+    }
+    QCOMPARE(env.requests("PUT", statePath).size(), size_t(0));
+    QTRY_COMPARE(env.requests("PUT", statePath).size(), size_t(1));
+    QVERIFY(!quietTime->isActive());
+    const int expected = ColorConvert::convertApiBrightnessToHue(55);
+    QCOMPARE(compact(env.requests("PUT", statePath).front().body),
+             "{\"bri\":" + QByteArray::number(expected) + "}");
+    QTRY_COMPARE(int(bridge->lightById("1")->bridgeState().brightness()), expected);
+}
+
+void TestBridgeCommands::switchOnDefaults_data()
+{
+    QTest::addColumn<QByteArray>("light");
+    QTest::addColumn<int>("mode");
+    QTest::addColumn<bool>("night");
+    QTest::addColumn<QByteArray>("body");
+    const QByteArray nightBri = QByteArray::number(ColorConvert::convertApiBrightnessToHue(50));
+    QTest::addRow("white max, colour lamp")
+        << QByteArray("1") << 1 << false << QByteArray(R"({"on":true,"ct":369,"bri":254})");
+    QTest::addRow("white max, ct lamp")
+        << QByteArray("2") << 1 << false << QByteArray(R"({"on":true,"ct":300,"bri":254})");
+    QTest::addRow("white last, colour lamp")
+        << QByteArray("1") << 2 << false << QByteArray(R"({"on":true,"ct":369,"bri":100})");
+    QTest::addRow("white last, dimmable")
+        << QByteArray("3") << 2 << false << QByteArray(R"({"on":true,"bri":100})");
+    QTest::addRow("last colour, colour lamp in ct mode")
+        << QByteArray("1") << 3 << false << QByteArray(R"({"on":true,"ct":300,"bri":100})");
+    QTest::addRow("last colour, dimmable")
+        << QByteArray("3") << 3 << false << QByteArray(R"({"on":true,"bri":100})");
+    QTest::addRow("on/off plug") << QByteArray("4") << 1 << false << QByteArray(R"({"on":true})");
+    QTest::addRow("night maximum") << QByteArray("1") << 1 << true
+                                   << QByteArray(R"({"on":true,"ct":369,"bri":)") + nightBri + "}";
+}
+
+void TestBridgeCommands::switchOnDefaults()
+{
+    QFETCH(QByteArray, light);
+    QFETCH(int, mode);
+    QFETCH(bool, night);
+    QFETCH(QByteArray, body);
+    EmulatedBridge env(fourLights());
+    QVERIFY(env.isRunning());
+    setAll(env.emulator(), true); // remembered as the last brightness and colour while on
+    auto bridge = env.makePairedBridge();
+    QVERIFY(bridge);
+    setAll(env.emulator(), false);
+    QVERIFY(EmulatedBridge::pollOnce(*bridge));
+    QVERIFY(!bridge->lightById(light)->isOn());
+
+    bridge->setSwitchOnMode(light, ESwitchOnMode(mode));
+    bridge->setNightMode(night);
+    bridge->setMaximumBrightnessNight(light, 50);
+    env.emulator().clearRequests();
+    bridge->requestLightOn(light, true);
+    const std::string statePath =
+        "/api/" + bridge->userName().toStdString() + "/lights/" + light.toStdString();
+    QTRY_COMPARE(env.requests("PUT", statePath).size(), size_t(1));
+    QCOMPARE(compact(env.requests("PUT", statePath).front().body), body);
+}
+
+void TestBridgeCommands::startStopTimer_data()
+{
+    QTest::addColumn<double>("duration");
+    QTest::addRow("30 s, driven by the clock") << 30.0;
+    QTest::addRow("0 s, off at the next timer run") << 0.0;
+}
+
+void TestBridgeCommands::startStopTimer()
+{
+    QFETCH(double, duration);
+    EmulatedBridge env(fourLights());
+    QVERIFY(env.isRunning());
+    auto bridge = env.makePairedBridge();
+    QVERIFY(bridge);
+    bridge->lightById("3")->setTimerDurationSeconds(duration);
+    const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/3/state";
+
+    bridge->requestLightOnWithTimer("3");
+    if (duration > 0) {
+        QVERIFY(bridge->hasStartStopEntry("3"));
+        QTRY_COMPARE(env.requests("PUT", statePath).size(), size_t(1));
+        QCOMPARE(compact(env.requests("PUT", statePath).front().body).left(10), QByteArray("{\"on\":true"));
+        QTRY_VERIFY(bridge->pendingLightChanges().isEmpty()); // the confirmation arrived
+        bridge->startStopTimerTimeout();
+        QVERIFY(bridge->hasStartStopEntry("3"));
+        QVERIFY(bridge->startStopTimer()->isActive());
+        Clock::advance(qint64(duration * 1000) + 1);
+        bridge->startStopTimerTimeout();
+    }
+    // With no delay the timer's off meets the on within the same 200 ms and replaces it.
+    QTRY_VERIFY(!env.requests("PUT", statePath).empty() &&
+                compact(env.requests("PUT", statePath).back().body) == "{\"on\":false}");
+    QVERIFY(!bridge->hasStartStopEntry("3"));
+}
+
+QTEST_GUILESS_MAIN(TestBridgeCommands)
+#include "tst_bridgecommands.moc"

@@ -1,0 +1,208 @@
+// CBridge's request engine against the bridge emulator over loopback: URL choice and https
+// fall-back, numbering, time-outs, the per-URL light-change queue and throttling retries.
+
+#include "huecontroller/hue_bridgeapi.h"
+#include "huecontroller/hue_light.h"
+
+#include "emulatedbridge.h"
+#include "logcapture.h"
+
+#include <QtTest>
+
+using namespace hue;
+
+class TestBridgeRequests : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void urlFromPort_data();
+    void urlFromPort();
+    void httpsStaysWhenItAnswers();
+    void refusedHttpsFallsBackToHttp();
+    void timeOutFinishesOnce();
+    void oneChangeInFlightPerLight();
+    void throttledChangesAreRetried_data();
+    void throttledChangesAreRetried();
+};
+
+void TestBridgeRequests::urlFromPort_data()
+{
+    QTest::addColumn<int>("port");
+    QTest::addColumn<QString>("url");
+    QTest::addColumn<QString>("original");
+    QTest::addColumn<bool>("httpsTried");
+    QTest::addRow("443") << 443 << "https://127.0.0.1:443"
+                         << "https://127.0.0.1:443" << true;
+    QTest::addRow("80") << 80 << "https://127.0.0.1:443"
+                        << "http://127.0.0.1:80" << false;
+    QTest::addRow("8080") << 8080 << "https://127.0.0.1:8080"
+                          << "http://127.0.0.1:8080" << false;
+}
+
+void TestBridgeRequests::urlFromPort()
+{
+    QFETCH(int, port);
+    QFETCH(QString, url);
+    QFETCH(QString, original);
+    QFETCH(bool, httpsTried);
+    QNetworkAccessManager nam;
+    CBridge bridge(&nam, "id", "127.0.0.1", port, 7, "user");
+    QCOMPARE(bridge.url().toString(), url);
+    QCOMPARE(bridge.originalUrl().toString(), original);
+    QCOMPARE(bridge.httpsTried(), httpsTried);
+    bridge.setName("Hall");
+    QCOMPARE(bridge.nameWithIP(), QStringLiteral("Hall (127.0.0.1)"));
+    // The first request number handed out is 2; the reply carries the bridge id.
+    QNetworkReply* reply = nam.get(QNetworkRequest(QUrl("http://127.0.0.1:1/")));
+    QCOMPARE(bridge.trackReply(reply), quint64(2));
+    QCOMPARE(reply->property("hueBridgeId").toByteArray(), QByteArray("id"));
+    QTRY_COMPARE(bridge.activeReplyCount(), 0);
+}
+
+void TestBridgeRequests::httpsStaysWhenItAnswers()
+{
+    EmulatedBridge env;
+    QVERIFY(env.isRunning());
+    auto bridge = env.makePairedBridge();
+    QVERIFY(bridge);
+    QVERIFY(bridge->stayOnHttps());
+    QCOMPARE(bridge->url().scheme(), QStringLiteral("https"));
+    for (const auto& request : env.emulator().requests())
+        QCOMPARE(request.scheme, std::string("https"));
+}
+
+void TestBridgeRequests::refusedHttpsFallsBackToHttp()
+{
+    EmulatedBridge env;
+    QVERIFY(env.isRunning());
+    // The plain http port does not speak TLS: the https attempt fails and the bridge falls back.
+    auto bridge = env.makeBridge(env.emulator().httpPort(), QString::fromStdString(env.emulator().addUser()));
+    LogCapture log;
+    bridge->checkUsernameRegistered(true);
+    QTRY_COMPARE(bridge->activeReplyCount(), 0);
+    QVERIFY(bridge->httpsTried());
+    QVERIFY(!bridge->stayOnHttps());
+    QCOMPARE(bridge->url().scheme(), QStringLiteral("http"));
+    QVERIFY(log.contains("request failed, going back to original URL"));
+    // The check that fell back stays silent; the next one goes to http and succeeds.
+    QVERIFY(!log.contains("network reply error while trying to check if username"));
+    QCOMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_NETWORK);
+    bridge->checkUsernameRegistered(false);
+    QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
+    QVERIFY(EmulatedBridge::pollOnce(*bridge));
+    QVERIFY(!bridge->lights().isEmpty());
+    QCOMPARE(env.requests("GET", "/api/").back().scheme, std::string("http"));
+}
+
+void TestBridgeRequests::timeOutFinishesOnce()
+{
+    EmulatedBridge env;
+    QVERIFY(env.isRunning());
+    const std::string user = env.emulator().addUser();
+    auto bridge = env.makeBridge(env.emulator().httpsPort(), QString::fromStdString(user));
+    env.emulator().stall(1, std::chrono::seconds(30), "/api/" + user + "/config");
+    bridge->checkUsernameRegistered(true);
+    QTRY_COMPARE(env.emulator().heldRequestCount(), 1);
+
+    LogCapture log;
+    Clock::advance(9000);
+    bridge->replyTimeoutTimer();
+    QCOMPARE(bridge->activeReplyCount(), 1); // not yet 10 s
+    Clock::advance(1001);
+    bridge->replyTimeoutTimer();
+    QCOMPARE(bridge->activeReplyCount(), 0);
+    QCOMPARE(log.count("Have a network reply timeout"), 1);
+    QCOMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_NETWORK);
+    QCOMPARE(log.count("network reply error while trying to check if username is already registered"), 1);
+
+    // Neither the late answer nor another sweep handles it again.
+    env.emulator().clearStalls();
+    bridge->replyTimeoutTimer();
+    QTest::qWait(100);
+    QCOMPARE(log.count("network reply error while trying to check if username is already registered"), 1);
+}
+
+void TestBridgeRequests::oneChangeInFlightPerLight()
+{
+    EmulatedBridge env;
+    QVERIFY(env.isRunning());
+    auto bridge = env.makePairedBridge();
+    QVERIFY(bridge);
+    CLight* first = bridge->lightById("1");
+    CLight* second = bridge->lightById("2");
+    QVERIFY(first && second);
+    const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/1/state";
+    env.emulator().stall(1, std::chrono::seconds(30), statePath, "PUT");
+
+    LogCapture log;
+    for (int bri : {10, 20, 30})
+        bridge->api()->sendSetStateRequest(*first, QByteArray("{\"bri\":") + QByteArray::number(bri) + "}",
+                                           {});
+    bridge->api()->sendSetStateRequest(*second, "{\"bri\":40}", {});
+    QTRY_COMPARE(env.emulator().heldRequestCount(), 1);
+    QTRY_COMPARE(env.requests("PUT", "/api/").size(), size_t(2)); // light 2 is not held up by light 1
+    const QString key = bridge->api()->createRequest("lights/1/state").url().toString();
+    QCOMPARE(bridge->retryQueues().value(key).size(), 3);
+    QVERIFY(bridge->retryQueues().value(key).at(0)->inFlight);
+    QVERIFY(!bridge->retryQueues().value(key).at(1)->inFlight);
+    QVERIFY(bridge->isRetryTimerActive());
+    QVERIFY(log.contains("delaying request but retry timer is not active: " +
+                         key.toUtf8().replace(bridge->userName().toUtf8(), "***")));
+
+    env.emulator().clearStalls();
+    QTRY_VERIFY(bridge->retryQueues().isEmpty());
+    QVERIFY(!bridge->isRetryTimerActive());
+    std::vector<std::string> bodies;
+    for (const auto& request : env.requests("PUT", statePath))
+        bodies.push_back(request.body);
+    QCOMPARE(bodies, (std::vector<std::string>{"{\"bri\":10}", "{\"bri\":20}", "{\"bri\":30}"}));
+    QTRY_COMPARE(int(first->bridgeState().brightness()), 30); // the change replies were applied
+}
+
+void TestBridgeRequests::throttledChangesAreRetried_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("throttled");
+    QTest::addColumn<int>("sent");
+    QTest::addColumn<bool>("gaveUp");
+    QTest::addRow("429 three times") << 429 << 3 << 4 << false;
+    QTest::addRow("503 twice") << 503 << 2 << 3 << false;
+    QTest::addRow("429 for ever") << 429 << -1 << 50 << true;
+}
+
+void TestBridgeRequests::throttledChangesAreRetried()
+{
+    QFETCH(int, status);
+    QFETCH(int, throttled);
+    QFETCH(int, sent);
+    QFETCH(bool, gaveUp);
+    EmulatedBridge env;
+    QVERIFY(env.isRunning());
+    auto bridge = env.makePairedBridge();
+    QVERIFY(bridge);
+    const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/1/state";
+    env.emulator().throttle(status, throttled, statePath, "PUT");
+
+    LogCapture log;
+    const quint64 id = bridge->api()->sendSetStateRequest(*bridge->lightById("1"), "{\"bri\":77}", {});
+    // Each throttled answer puts the request back; the retry tick is driven here directly.
+    for (int round = 0; round < 60 && !bridge->retryQueues().isEmpty(); ++round) {
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                const auto queues = bridge->retryQueues();
+                return queues.isEmpty() || !queues.first().first()->inFlight;
+            },
+            5000));
+        bridge->onRetryTimer();
+    }
+    QTRY_COMPARE(bridge->activeReplyCount(), 0);
+    QCOMPARE(int(env.requests("PUT", statePath).size()), sent);
+    QCOMPARE(log.contains("giving up on request id " + QByteArray::number(id)), gaveUp);
+    QCOMPARE(log.contains("network reply error while receiving light request reply"), gaveUp);
+    QCOMPARE(int(bridge->lightById("1")->bridgeState().brightness()) == 77, !gaveUp);
+    env.emulator().clearThrottles();
+}
+
+QTEST_GUILESS_MAIN(TestBridgeRequests)
+#include "tst_bridgerequests.moc"
