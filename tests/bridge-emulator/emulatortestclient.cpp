@@ -13,9 +13,12 @@ QString httpsUrl(int port, const QString& path)
     return QStringLiteral("https://127.0.0.1:%1%2").arg(port).arg(path);
 }
 
-QNetworkReply* EmulatorTestClient::start(const QByteArray& method, const QString& url, const QByteArray& body)
+QNetworkReply* EmulatorTestClient::start(const QByteArray& method, const QString& url, const QByteArray& body,
+                                         const HeaderPairs& headers)
 {
     QNetworkRequest request{QUrl(url)};
+    for (const auto& header : headers)
+        request.setRawHeader(header.first, header.second);
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     if (!body.isNull())
         request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
@@ -31,9 +34,9 @@ QNetworkReply* EmulatorTestClient::start(const QByteArray& method, const QString
 }
 
 TestReply EmulatorTestClient::send(const QByteArray& method, const QString& url, const QByteArray& body,
-                                   int waitMs)
+                                   int waitMs, const HeaderPairs& headers)
 {
-    QNetworkReply* reply = start(method, url, body);
+    QNetworkReply* reply = start(method, url, body, headers);
     QSignalSpy finished(reply, &QNetworkReply::finished);
     if (!reply->isFinished() && !finished.wait(waitMs)) {
         reply->abort();

@@ -23,14 +23,17 @@ struct TestReply
 
 // A QNetworkAccessManager that waits for each reply, as the service's own client talks to a
 // bridge. TLS errors are recorded and ignored, so that the self-signed certificate can be read.
+using HeaderPairs = QList<QPair<QByteArray, QByteArray>>;
+
 class EmulatorTestClient
 {
 public:
     TestReply send(const QByteArray& method, const QString& url, const QByteArray& body = {},
-                   int waitMs = 5000);
+                   int waitMs = 5000, const HeaderPairs& headers = {});
     TestReply get(const QString& url) { return send("GET", url); }
     // Starts a request and leaves it running; the caller aborts or waits for it.
-    QNetworkReply* start(const QByteArray& method, const QString& url, const QByteArray& body = {});
+    QNetworkReply* start(const QByteArray& method, const QString& url, const QByteArray& body = {},
+                         const HeaderPairs& headers = {});
     QNetworkAccessManager& manager() { return m_manager; }
 
     static TestReply collect(QNetworkReply* reply);

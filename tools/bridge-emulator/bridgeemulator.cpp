@@ -2,10 +2,13 @@
 
 #include "bridgemodel.h"
 #include "certificate.h"
+#include "eventstream.h"
 #include "faultrules.h"
 #include "httplistener.h"
 #include "requestrouter.h"
 #include "taskscheduler.h"
+#include "v2events.h"
+#include "v2render.h"
 
 #include <atomic>
 #include <mutex>
@@ -32,9 +35,14 @@ struct BridgeEmulator::Impl
 
     Impl(BridgeEmulator& owner, EmulatorConfig configIn)
         : config(std::move(configIn)), model(config.identity, config.clock, config.linkButtonWindow),
-          log(config.requestLogLimit), router(owner, modelMutex, model, log, faults, http.port)
+          log(config.requestLogLimit),
+          router(owner, modelMutex, model, log, faults, http.port, events, [this] { noteChange(); })
     {
     }
+
+    // Something may have changed: its events go out at the end of the window that this opens.
+    void noteChange();
+    void flushEvents();
 
     ListenerCallbacks callbacks(bool controlOnly);
     bool openSet(ListenerSet& set, int port, bool controlOnly, const ServerCertificate* certificate,
@@ -51,6 +59,11 @@ struct BridgeEmulator::Impl
     FaultRules faults;
     TaskScheduler scheduler;
 
+    EventStreamHub events;
+    std::mutex flushMutex; // guards resourceEvents; taken before modelMutex
+    v2::ResourceEvents resourceEvents;
+    std::atomic<bool> flushPending{false};
+
     mutable std::mutex listenerMutex; // guards everything below but the ports
     std::unique_ptr<ServerCertificate> certificate;
     ListenerSet https, http, control;
@@ -59,6 +72,31 @@ struct BridgeEmulator::Impl
 
     RequestRouter router;
 };
+
+void BridgeEmulator::Impl::noteChange()
+{
+    if (!flushPending.exchange(true)) {
+        scheduler.runAfter(config.eventWindow, [this] {
+            flushPending = false;
+            flushEvents();
+        });
+    }
+}
+
+void BridgeEmulator::Impl::flushEvents()
+{
+    std::lock_guard<std::mutex> flushLock(flushMutex);
+    v2::ResourceList view;
+    {
+        std::lock_guard<std::mutex> lock(modelMutex);
+        if (!model.clip.enabled)
+            return;
+        view = v2::renderResources(model);
+    }
+    const std::string data = resourceEvents.advance(view, std::chrono::system_clock::now());
+    if (!data.empty())
+        events.publish(data);
+}
 
 ListenerCallbacks BridgeEmulator::Impl::callbacks(bool controlOnly)
 {
@@ -124,10 +162,17 @@ BridgeEmulator::BridgeEmulator(EmulatorConfig config)
     std::string identityError;
     d = std::make_unique<Impl>(*this, normalized(std::move(config), identityError));
     d->identityError = identityError;
-    for (const LightSpec& spec : d->config.lights)
-        d->model.lights.addLight(spec);
-    if (d->config.defaultGroups)
-        addDefaultGroups(d->model.lights);
+    d->model.clip.enabled = d->config.clipV2;
+    if (!d->config.clipDumpPath.empty()) {
+        if (!loadClipDump(d->config.clipDumpPath, d->model.clip, &identityError) && d->identityError.empty())
+            d->identityError = identityError;
+    } else {
+        for (const LightSpec& spec : d->config.lights)
+            d->model.lights.addLight(spec);
+        if (d->config.defaultGroups)
+            addDefaultGroups(d->model.lights);
+    }
+    d->resourceEvents.reset(v2::renderResources(d->model));
 }
 
 BridgeEmulator::~BridgeEmulator()
@@ -168,6 +213,9 @@ bool BridgeEmulator::start(std::string* error)
     }
     d->running = true;
     d->refusing = false;
+    // Changes made while stopped have not been sent yet.
+    d->flushPending = false;
+    d->noteChange();
     if (d->config.autoLinkAfter) {
         std::lock_guard<std::mutex> modelLock(d->modelMutex);
         d->model.pairing.pressLinkButtonAfter(*d->config.autoLinkAfter);
@@ -180,6 +228,7 @@ void BridgeEmulator::stop()
     // The scheduler goes first and without the listener lock: its actions take that lock.
     d->scheduler.stop();
     d->faults.abortHeld(true);
+    d->events.dropAll();
     std::lock_guard<std::mutex> lock(d->listenerMutex);
     d->closeSet(d->control);
     d->closeSet(d->https);
@@ -231,14 +280,20 @@ std::string BridgeEmulator::bridgeId() const
 
 void BridgeEmulator::setName(const std::string& name)
 {
-    std::lock_guard<std::mutex> lock(d->modelMutex);
-    d->model.identity.name = name;
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        d->model.identity.name = name;
+    }
+    d->noteChange();
 }
 
 void BridgeEmulator::setApiVersion(const std::string& version)
 {
-    std::lock_guard<std::mutex> lock(d->modelMutex);
-    d->model.identity.apiVersion = version;
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        d->model.identity.apiVersion = version;
+    }
+    d->noteChange();
 }
 
 void BridgeEmulator::setSwVersion(const std::string& version)
@@ -321,23 +376,36 @@ std::optional<LightSnapshot> BridgeEmulator::light(const std::string& id) const
 
 std::string BridgeEmulator::addLight(const LightSpec& spec)
 {
-    std::lock_guard<std::mutex> lock(d->modelMutex);
-    return d->model.lights.addLight(spec);
+    std::string id;
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        id = d->model.lights.addLight(spec);
+    }
+    d->noteChange();
+    return id;
 }
 
 bool BridgeEmulator::removeLight(const std::string& id)
 {
-    std::lock_guard<std::mutex> lock(d->modelMutex);
-    return d->model.lights.removeLight(id);
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        if (!d->model.lights.removeLight(id))
+            return false;
+    }
+    d->noteChange();
+    return true;
 }
 
 bool BridgeEmulator::setLightState(const std::string& id, const LightChange& change)
 {
-    std::lock_guard<std::mutex> lock(d->modelMutex);
-    EmulatedLight* light = d->model.lights.light(id);
-    if (!light)
-        return false;
-    light->apply(change, EmulatedLight::Source::Physical);
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        EmulatedLight* light = d->model.lights.light(id);
+        if (!light)
+            return false;
+        light->apply(change, EmulatedLight::Source::Physical);
+    }
+    d->noteChange();
     return true;
 }
 
@@ -369,14 +437,24 @@ std::optional<GroupSnapshot> BridgeEmulator::group(const std::string& id) const
 std::string BridgeEmulator::addGroup(const std::string& name, GroupType type,
                                      const std::vector<std::string>& lightIds)
 {
-    std::lock_guard<std::mutex> lock(d->modelMutex);
-    return d->model.lights.addGroup(name, type, lightIds);
+    std::string id;
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        id = d->model.lights.addGroup(name, type, lightIds);
+    }
+    d->noteChange();
+    return id;
 }
 
 bool BridgeEmulator::removeGroup(const std::string& id)
 {
-    std::lock_guard<std::mutex> lock(d->modelMutex);
-    return d->model.lights.removeGroup(id);
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        if (!d->model.lights.removeGroup(id))
+            return false;
+    }
+    d->noteChange();
+    return true;
 }
 
 void BridgeEmulator::throttle(int httpStatus, int count, const std::string& pathPrefix,
@@ -414,6 +492,7 @@ bool BridgeEmulator::refuseConnections()
     // Held requests would keep their threads, and so the listeners, alive until they elapse;
     // requests arriving while the sockets close must not start holding either.
     d->faults.abortHeld(true);
+    d->events.dropAll();
     d->closeSet(d->https);
     d->closeSet(d->http);
     d->faults.resumeAfterAbort();
@@ -446,6 +525,58 @@ bool BridgeEmulator::isRefusingConnections() const
 {
     std::lock_guard<std::mutex> lock(d->listenerMutex);
     return d->refusing;
+}
+
+std::string BridgeEmulator::v2LightId(const std::string& lightId) const
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.lights.light(lightId) ? v2::lightResourceId(d->model, lightId) : std::string();
+}
+
+std::string BridgeEmulator::v2DeviceId(const std::string& lightId) const
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.lights.light(lightId) ? v2::deviceIdOfLight(d->model, lightId) : std::string();
+}
+
+void BridgeEmulator::flushEvents()
+{
+    d->flushEvents();
+}
+
+void BridgeEmulator::dropEventStreams()
+{
+    d->events.dropAll();
+}
+
+void BridgeEmulator::stallEventStreams(bool stalled)
+{
+    d->events.setStalled(stalled);
+}
+
+bool BridgeEmulator::eventStreamsStalled() const
+{
+    return d->events.isStalled();
+}
+
+void BridgeEmulator::sendEventStreamRetry(int milliseconds)
+{
+    d->events.sendRetry(milliseconds);
+}
+
+void BridgeEmulator::injectEventStreamText(const std::string& text)
+{
+    d->events.inject(text);
+}
+
+int BridgeEmulator::eventStreamCount() const
+{
+    return d->events.connectionCount();
+}
+
+std::string BridgeEmulator::lastEventId() const
+{
+    return d->events.lastEventId();
 }
 
 std::vector<RecordedRequest> BridgeEmulator::requests() const

@@ -34,6 +34,16 @@ struct EmulatorConfig
     std::chrono::milliseconds linkButtonWindow{30000};      // negative: stays active once pressed
     std::optional<std::chrono::milliseconds> autoLinkAfter; // press the button this long after start
 
+    // CLIP API version 2 and its event stream. Off: the paths answer 404, as on a bridge whose
+    // firmware predates them (pair it with a swversion below 1948086000).
+    bool clipV2 = true;
+    // A recorded answer to GET /clip/v2/resource to serve instead of generated lights: the
+    // version 2 side shows it (changes to its lights apply and make events); version 1 then
+    // has no lights. start() fails when the file cannot be read.
+    std::string clipDumpPath;
+    // Changes within this window after the first one go out as one event stream message.
+    std::chrono::milliseconds eventWindow{100};
+
     std::size_t requestLogLimit = 10000;
     std::size_t maxBodyBytes = 1024 * 1024; // larger bodies are answered with 413
     Clock clock = systemSteadyClock();
@@ -58,9 +68,9 @@ struct GroupSnapshot
 };
 
 // A Hue bridge on the loopback interface: REST API version 1 with pairing, lights and groups,
-// the UPnP description document, and a control API under /emulator/ through which tests and the
-// demo play the user and the network (link button, wall switches, throttling, stalls, refused
-// connections). Every request is recorded.
+// CLIP API version 2 with its event stream, the UPnP description document, and a control API under /emulator/
+// through which tests and the demo play the user and the network (link button, wall switches, throttling,
+// stalls, refused connections). Every request is recorded.
 //
 // The HTTP servers run on threads of their own; every method is thread-safe. The destructor
 // stops the emulator.
@@ -136,6 +146,21 @@ public:
     bool refuseConnectionsFor(std::chrono::milliseconds duration);
     bool acceptConnections(std::string* error = nullptr);
     bool isRefusingConnections() const;
+
+    // CLIP v2. The resource ids that stand for a light of the model (empty for an unknown id).
+    std::string v2LightId(const std::string& lightId) const;
+    std::string v2DeviceId(const std::string& lightId) const;
+    // Sends the events of the changes made so far now instead of at the end of their window.
+    void flushEvents();
+    // The event stream as the network would treat it: end every open stream; stop sending (the
+    // connections stay open) and resume; send a "retry:" line; send raw text as it is.
+    void dropEventStreams();
+    void stallEventStreams(bool stalled);
+    bool eventStreamsStalled() const;
+    void sendEventStreamRetry(int milliseconds);
+    void injectEventStreamText(const std::string& text);
+    int eventStreamCount() const;
+    std::string lastEventId() const; // of the newest message sent, empty before the first
 
     // The record of requests to the bridge (not to /emulator/), oldest first.
     std::vector<RecordedRequest> requests() const;

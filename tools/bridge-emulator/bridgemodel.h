@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bridgeidentity.h"
+#include "clipstate.h"
 #include "lightstore.h"
 #include "pairing.h"
 
@@ -18,6 +19,7 @@ struct BridgeModel
     BridgeIdentity identity;
     LightStore lights;
     Pairing pairing;
+    ClipState clip;
 };
 
 } // namespace bridgeemu

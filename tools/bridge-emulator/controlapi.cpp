@@ -242,6 +242,48 @@ HttpResponse handleFaults(BridgeEmulator& emulator, const HttpRequest& request, 
     return ok();
 }
 
+HttpResponse handleEventStream(BridgeEmulator& emulator, const HttpRequest& request, const Segments& rest,
+                               const CObject& body)
+{
+    const std::string action = rest.size() == 2 ? rest[1] : std::string();
+    if (rest.size() == 1 && request.method == "GET") {
+        auto result = std::make_unique<CObject>();
+        result->SetInt("connections", emulator.eventStreamCount());
+        result->SetBoolean("stalled", emulator.eventStreamsStalled());
+        result->SetString("last_id", emulator.lastEventId());
+        return ok(std::move(result));
+    }
+    if (action == "stall" && (request.method == "POST" || request.method == "DELETE")) {
+        emulator.stallEventStreams(request.method == "POST");
+        return ok();
+    }
+    if (request.method != "POST")
+        return failure(404, "unknown control request");
+    if (action == "drop") {
+        emulator.dropEventStreams();
+        return ok();
+    }
+    if (action == "flush") {
+        emulator.flushEvents();
+        return ok();
+    }
+    if (action == "retry") {
+        const int ms = body.GetInt("ms", -1);
+        if (ms < 0)
+            return failure(400, "\"ms\" (the retry delay in milliseconds) is required");
+        emulator.sendEventStreamRetry(ms);
+        return ok();
+    }
+    if (action == "inject") {
+        const CEntity* text = body.Find("text");
+        if (!text || !text->IsString())
+            return failure(400, "\"text\" (the raw text to send) is required");
+        emulator.injectEventStreamText(text->StringValue());
+        return ok();
+    }
+    return failure(404, "unknown control request");
+}
+
 HttpResponse summary(BridgeEmulator& emulator)
 {
     CObject object;
@@ -308,6 +350,8 @@ HttpResponse handleControlRequest(BridgeEmulator& emulator, const HttpRequest& r
         return handleGroups(emulator, request, rest, body);
     if (what == "users")
         return handleUsers(emulator, request, rest, body);
+    if (what == "eventstream" && rest.size() <= 2)
+        return handleEventStream(emulator, request, rest, body);
     if ((what == "throttle" || what == "stall") && rest.size() == 1)
         return handleFaults(emulator, request, what, body);
     if (what == "refuse" && rest.size() == 1 && method == "POST") {

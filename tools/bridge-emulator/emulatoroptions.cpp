@@ -42,6 +42,9 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
         };
     };
     int linkWindow = 30000;
+    int eventWindow = 100;
+    std::string api = "v2";
+    bool swVersionGiven = false;
     int logLimit = 10000;
     std::string lights;
     // Options that take a value, as "--name VALUE" or "--name=VALUE".
@@ -53,7 +56,14 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
         {"--name", text(config.identity.name)},
         {"--mac", text(config.identity.mac)},
         {"--api-version", text(config.identity.apiVersion)},
-        {"--sw-version", text(config.identity.swVersion)},
+        {"--sw-version",
+         [&](const std::string& value) {
+             swVersionGiven = true;
+             return text(config.identity.swVersion)(value);
+         }},
+        {"--api", [&](const std::string& value) { return text(api)(value) && (api == "v1" || api == "v2"); }},
+        {"--clip-dump", text(config.clipDumpPath)},
+        {"--event-window", [&](const std::string& value) { return parseInt(value, 0, 60000, eventWindow); }},
         {"--zigbee-channel",
          [&](const std::string& value) { return parseInt(value, 11, 26, config.identity.zigbeeChannel); }},
         {"--lights", text(lights)},
@@ -102,6 +112,13 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
             return fail("--lights: " + lightError);
         config.lights = *specs;
     }
+    // A bridge without CLIP v2 runs a firmware older than the first one that has it.
+    config.clipV2 = api == "v2";
+    if (!config.clipV2 && !swVersionGiven)
+        config.identity.swVersion = "1941132080";
+    if (!config.clipV2 && !config.clipDumpPath.empty())
+        return fail("--clip-dump needs --api v2");
+    config.eventWindow = std::chrono::milliseconds(eventWindow);
     config.linkButtonWindow = std::chrono::milliseconds(linkWindow);
     config.requestLogLimit = static_cast<std::size_t>(logLimit);
     std::string identityError;
@@ -114,9 +131,10 @@ std::string emulatorHelpText()
 {
     return R"(Usage: hue-bridge-emulator [options]
 
-A Philips Hue bridge (REST API version 1) on 127.0.0.1 for tests and the demo. It serves HTTPS
-with a self-signed certificate whose common name is the bridge id, plain HTTP, and a control API
-under /emulator/ on both. When it is ready it prints one line on standard output:
+A Philips Hue bridge (REST API version 1 and CLIP API version 2 with its event stream) on
+127.0.0.1 for tests and the demo. It serves HTTPS with a self-signed certificate whose common
+name is the bridge id, plain HTTP, and a control API under /emulator/ on both.
+When it is ready it prints one line on standard output:
     listening https=PORT http=PORT [control=PORT]
 SIGINT or SIGTERM ends it.
 
@@ -130,7 +148,14 @@ Options:
   --name TEXT           bridge name (default "Philips hue")
   --mac MAC             MAC address (default: derived from the bridge id)
   --api-version X       reported apiversion (default 1.65.0)
-  --sw-version X        reported swversion (default 1965111030)
+  --sw-version X        reported swversion (default 1965111030; with --api v1: 1941132080)
+  --api v1|v2           v2 (default): a bridge with CLIP v2 and the event stream, whose
+                        swversion qualifies for it (1948086000 or later); v1: a bridge of an
+                        older firmware whose /clip/v2 and /eventstream paths answer 404
+  --clip-dump PATH      serve a recorded answer to GET /clip/v2/resource (a JSON array or
+                        {"data":[...]}) instead of generated lights; changes to its lights apply
+                        and make events, the rest is read-only; version 1 then has no lights
+  --event-window MS     changes within MS of the first go out as one stream message (default 100)
   --zigbee-channel N    11 to 26 (default 25)
   --lights SPEC         the lights, e.g. "extended:3,ct:2,dimmable:1,onoff:1,color:1"; kinds
                         onoff, dimmable, ct, color, extended; a colour kind may name its gamut:
@@ -145,6 +170,13 @@ Options:
 Bridge API (all JSON): POST /api {"devicetype":...} pairs once the link button is pressed;
 GET /api/config; /api/<user>/ with config, lights, lights/<id>, lights/<id>/state, groups,
 groups/<id>, groups/<id>/action; GET /description.xml (UPnP).
+CLIP v2 (header hue-application-key: a whitelisted key; else 403): GET /clip/v2/resource,
+/clip/v2/resource/<type>, /clip/v2/resource/<type>/<id> for device, light, zigbee_connectivity,
+room, zone, grouped_light, bridge, geofence_client; PUT light (on, dimming, color, color_temperature,
+dynamics, alert, metadata), device (metadata), geofence_client (name, is_at_home); POST
+geofence_client -> {"data":[{"rid","rtype"}]}; DELETE geofence_client/<id>.
+GET /eventstream/clip/v2 (Accept: text/event-stream): ": hi", then "id: <seconds>:<n>" and
+"data: [events]" per message; Last-Event-ID replays the messages after it.
 
 Control API (JSON bodies; answers {"ok":true,...} or {"error":...}):
   GET    /emulator                  summary: ports, bridge id, light ids, link button
@@ -171,6 +203,13 @@ Control API (JSON bodies; answers {"ok":true,...} or {"error":...}):
   POST   /emulator/refuse           close the bridge's ports once answered; {"ms":N} reopens
                                     them after N ms
   POST   /emulator/accept           reopen them (useful on --control-port)
+  GET    /emulator/eventstream      {"connections":N,"stalled":bool,"last_id":...}
+  POST   /emulator/eventstream/drop     end every open event stream
+  POST   /emulator/eventstream/stall    send nothing more (connections stay open) until
+  DELETE /emulator/eventstream/stall    this resumes them
+  POST   /emulator/eventstream/retry    {"ms":N}: send "retry: N"
+  POST   /emulator/eventstream/inject   {"text":...}: send raw text as it is
+  POST   /emulator/eventstream/flush    send pending events now, not at the window's end
   GET    /emulator/requests         every request to the bridge: method, path, scheme, port,
                                     headers, body, time, status
   DELETE /emulator/requests         clear that record

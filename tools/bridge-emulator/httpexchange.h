@@ -39,6 +39,10 @@ struct HttpResponse
     // Runs on another thread once the answer has been written, for actions that would cut the
     // connection they were asked on (closing the listening sockets, for instance).
     std::function<void()> afterSend;
+    // A long-lived body (the event stream) instead of `body`: called again and again on the
+    // connection's thread, it may wait a little, appends what is to be sent now to `out`, and
+    // returns false once the body is complete. The answer goes out chunked.
+    std::function<bool(std::string& out)> stream;
 
     static HttpResponse json(const minijson::CEntity& document, int status = 200);
     static HttpResponse text(int status, std::string body, std::string contentType = "text/plain");

@@ -124,7 +124,21 @@ void HttpListener::setUpRoutes()
         response.status = answer.status;
         for (const auto& [name, value] : answer.headers)
             response.set_header(name, value);
-        response.set_content(answer.body, answer.contentType);
+        if (answer.stream) {
+            response.set_chunked_content_provider(
+                answer.contentType,
+                [stream = std::move(answer.stream)](std::size_t, httplib::DataSink& sink) {
+                    std::string out;
+                    const bool more = stream(out);
+                    if (!out.empty() && !sink.write(out.data(), out.size()))
+                        return false; // the client has gone
+                    if (!more)
+                        sink.done();
+                    return true;
+                });
+        } else {
+            response.set_content(answer.body, answer.contentType);
+        }
         t_afterSend = std::move(answer.afterSend);
     };
     // Runs once the headers are read and before the body is: the moment to acknowledge them.

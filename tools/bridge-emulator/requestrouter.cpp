@@ -2,20 +2,24 @@
 
 #include "bridgemodel.h"
 #include "controlapi.h"
+#include "eventstream.h"
 #include "faultrules.h"
 #include "requestlog.h"
 #include "upnpdescription.h"
 #include "v1api.h"
 #include "v1errors.h"
+#include "v2api.h"
 
 #include <minijson.h>
 
 namespace bridgeemu {
 
 RequestRouter::RequestRouter(BridgeEmulator& emulator, std::mutex& modelMutex, BridgeModel& model,
-                             RequestLog& log, FaultRules& faults, const std::atomic<int>& httpPort)
+                             RequestLog& log, FaultRules& faults, const std::atomic<int>& httpPort,
+                             EventStreamHub& events, std::function<void()> noteChange)
     : m_emulator(emulator), m_modelMutex(modelMutex), m_model(model), m_log(log), m_faults(faults),
-      m_httpPort(httpPort), m_startedAt(std::chrono::steady_clock::now())
+      m_httpPort(httpPort), m_events(events), m_noteChange(std::move(noteChange)),
+      m_startedAt(std::chrono::steady_clock::now())
 {
 }
 
@@ -50,6 +54,8 @@ HttpResponse RequestRouter::route(const HttpRequest& request)
             response.headers.emplace_back("Retry-After", "1");
     } else {
         response = answerFromBridge(request);
+        if (request.method != "GET")
+            m_noteChange();
     }
     m_log.setStatus(sequence, response.status);
     return response;
@@ -65,6 +71,19 @@ HttpResponse RequestRouter::answerFromBridge(const HttpRequest& request)
     if (request.path == "/api" || startsWith(request.path, "/api/")) {
         std::lock_guard<std::mutex> lock(m_modelMutex);
         return v1::handleRequest(m_model, request);
+    }
+    if (request.path == "/eventstream/clip/v2" || startsWith(request.path, "/clip/v2")) {
+        std::unique_lock<std::mutex> lock(m_modelMutex);
+        if (!m_model.clip.enabled)
+            return HttpResponse::text(404, "not found", "text/html");
+        if (startsWith(request.path, "/clip/v2"))
+            return v2::handleRequest(m_model, request);
+        if (!v2::isAuthorized(m_model, request))
+            return v2::errorResponse(403, {"unauthorized user"});
+        lock.unlock();
+        if (request.method != "GET")
+            return v2::errorResponse(405, {"method not allowed"});
+        return m_events.open(request);
     }
     return HttpResponse::text(404, "not found", "text/html");
 }

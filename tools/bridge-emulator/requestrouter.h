@@ -4,23 +4,27 @@
 #include "httpexchange.h"
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 
 namespace bridgeemu {
 
 class BridgeEmulator;
+class EventStreamHub;
 class FaultRules;
 class RequestLog;
 struct BridgeModel;
 
 // Decides who answers a request that reaches the bridge's ports: the control API (never
 // recorded or disturbed), else a fault rule (stall, throttle), else one of the bridge's own
-// APIs by path. Another API of the bridge plugs in here beside the version 1 one.
+// APIs by path: version 1 under /api, CLIP v2 under /clip/v2 and its event stream. Every request
+// that may have changed something is reported, so that the event stream can tell.
 class RequestRouter
 {
 public:
     RequestRouter(BridgeEmulator& emulator, std::mutex& modelMutex, BridgeModel& model, RequestLog& log,
-                  FaultRules& faults, const std::atomic<int>& httpPort);
+                  FaultRules& faults, const std::atomic<int>& httpPort, EventStreamHub& events,
+                  std::function<void()> noteChange);
 
     HttpResponse route(const HttpRequest& request);
     // The control port answers /emulator/ and nothing else.
@@ -40,6 +44,8 @@ private:
     RequestLog& m_log;
     FaultRules& m_faults;
     const std::atomic<int>& m_httpPort;
+    EventStreamHub& m_events;
+    std::function<void()> m_noteChange;
     const SteadyTime m_startedAt;
 };
 
