@@ -60,3 +60,12 @@ TestReply EmulatorTestClient::collect(QNetworkReply* reply)
     result.peerCertificate = reply->sslConfiguration().peerCertificate();
     return result;
 }
+
+std::unique_ptr<bridgeemu::BridgeEmulator> startEmulator(bridgeemu::EmulatorConfig config)
+{
+    auto emulator = std::make_unique<bridgeemu::BridgeEmulator>(std::move(config));
+    std::string error;
+    if (!emulator->start(&error))
+        qWarning("emulator did not start: %s", error.c_str());
+    return emulator;
+}

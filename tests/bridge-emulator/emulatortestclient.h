@@ -1,5 +1,7 @@
 #pragma once
 
+#include <bridgeemulator.h>
+
 #include <QJsonDocument>
 #include <QList>
 #include <QNetworkAccessManager>
@@ -7,6 +9,8 @@
 #include <QSslCertificate>
 #include <QSslError>
 #include <QString>
+
+#include <memory>
 
 // What one exchange with the emulator brought back.
 struct TestReply
@@ -23,6 +27,10 @@ struct TestReply
 
 // A QNetworkAccessManager that waits for each reply, as the service's own client talks to a
 // bridge. TLS errors are recorded and ignored, so that the self-signed certificate can be read.
+// An emulator started on free loopback ports; a failure to start is logged as a warning and
+// shows up in the test as connection errors.
+std::unique_ptr<bridgeemu::BridgeEmulator> startEmulator(bridgeemu::EmulatorConfig config = {});
+
 using HeaderPairs = QList<QPair<QByteArray, QByteArray>>;
 
 class EmulatorTestClient

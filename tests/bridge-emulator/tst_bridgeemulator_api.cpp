@@ -18,15 +18,6 @@ using namespace bridgeemu;
 
 namespace {
 
-std::unique_ptr<BridgeEmulator> startEmulator(EmulatorConfig config = {})
-{
-    auto emulator = std::make_unique<BridgeEmulator>(std::move(config));
-    std::string error;
-    if (!emulator->start(&error))
-        qWarning("emulator did not start: %s", error.c_str());
-    return emulator;
-}
-
 QJsonDocument json(const char* text)
 {
     return QJsonDocument::fromJson(text);

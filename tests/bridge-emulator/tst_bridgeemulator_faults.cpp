@@ -16,15 +16,6 @@ using namespace bridgeemu;
 
 namespace {
 
-std::unique_ptr<BridgeEmulator> startEmulator(EmulatorConfig config = {})
-{
-    auto emulator = std::make_unique<BridgeEmulator>(std::move(config));
-    std::string error;
-    if (!emulator->start(&error))
-        qWarning("emulator did not start: %s", error.c_str());
-    return emulator;
-}
-
 // Sends raw bytes and returns what comes back until the server closes or `waitMs` passes.
 QByteArray exchangeRaw(int port, const QByteArray& bytes, int waitMs = 2000)
 {

@@ -17,15 +17,14 @@ using namespace bridgeemu;
 
 namespace {
 
+// Two extended-colour lights, events grouped over the given window.
 std::unique_ptr<BridgeEmulator>
-startEmulator(std::chrono::milliseconds window = std::chrono::milliseconds(100))
+startStreamingEmulator(std::chrono::milliseconds window = std::chrono::milliseconds(100))
 {
     EmulatorConfig config;
     config.lights = *parseLightSet("extended:2", nullptr);
     config.eventWindow = window;
-    auto emulator = std::make_unique<BridgeEmulator>(std::move(config));
-    emulator->start();
-    return emulator;
+    return startEmulator(std::move(config));
 }
 
 // One open stream; what arrived so far, split into complete messages.
@@ -109,7 +108,7 @@ private:
 
 void TestBridgeEmulatorV2Stream::framingAndChangedMembersOnly()
 {
-    const auto emulator = startEmulator();
+    const auto emulator = startStreamingEmulator();
     const QByteArray key = QByteArray::fromStdString(emulator->addUser());
     StreamReader stream(m_client, *emulator, key);
     QTRY_COMPARE(stream.text, QByteArray(": hi\n\n"));
@@ -175,7 +174,7 @@ void TestBridgeEmulatorV2Stream::eventsForEveryKindOfChange()
     QFETCH(QStringList, resourceTypes);
     QFETCH(QString, member);
     QFETCH(QVariant, value);
-    const auto emulator = startEmulator();
+    const auto emulator = startStreamingEmulator();
     const QByteArray key = QByteArray::fromStdString(emulator->addUser());
     StreamReader stream(m_client, *emulator, key);
     QTRY_VERIFY(stream.text.startsWith(": hi"));
@@ -198,7 +197,7 @@ void TestBridgeEmulatorV2Stream::eventsForEveryKindOfChange()
 
 void TestBridgeEmulatorV2Stream::changesWithinTheWindowShareOneMessage()
 {
-    const auto emulator = startEmulator(std::chrono::milliseconds(150));
+    const auto emulator = startStreamingEmulator(std::chrono::milliseconds(150));
     StreamReader stream(m_client, *emulator, QByteArray::fromStdString(emulator->addUser()));
     QTRY_VERIFY(stream.text.startsWith(": hi"));
     LightChange change;
@@ -213,7 +212,7 @@ void TestBridgeEmulatorV2Stream::changesWithinTheWindowShareOneMessage()
 
 void TestBridgeEmulatorV2Stream::resumesAfterLastEventId()
 {
-    const auto emulator = startEmulator(std::chrono::minutes(1)); // only flushEvents() sends
+    const auto emulator = startStreamingEmulator(std::chrono::minutes(1)); // only flushEvents() sends
     const QByteArray key = QByteArray::fromStdString(emulator->addUser());
     QStringList ids;
     for (const int bri : {10, 20, 30}) {
@@ -244,7 +243,7 @@ void TestBridgeEmulatorV2Stream::resumesAfterLastEventId()
 
 void TestBridgeEmulatorV2Stream::networkFaults()
 {
-    const auto emulator = startEmulator(std::chrono::minutes(1));
+    const auto emulator = startStreamingEmulator(std::chrono::minutes(1));
     const QByteArray key = QByteArray::fromStdString(emulator->addUser());
     const QString control = httpUrl(emulator->httpPort(), "/emulator/eventstream/");
     StreamReader stream(m_client, *emulator, key);
@@ -272,7 +271,7 @@ void TestBridgeEmulatorV2Stream::networkFaults()
 
 void TestBridgeEmulatorV2Stream::streamNeedsAKey()
 {
-    const auto emulator = startEmulator();
+    const auto emulator = startStreamingEmulator();
     StreamReader stream(m_client, *emulator, "not-a-key");
     QTRY_VERIFY(stream.reply->isFinished());
     QCOMPARE(stream.reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 403);
