@@ -77,6 +77,25 @@ CBridge::CBridge(quint32 number, QObject* parent) : QObject(parent), m_shortId(n
 
 CBridge::~CBridge()
 {
+    // Aborting a reply finishes it at once, through its own signals and the shared manager's.
+    // Cutting those connections first keeps the reply funnel from running on a bridge that is
+    // being destroyed; the aborted replies then end without a handler.
+    m_retryTimer.stop();
+    if (m_nam)
+        disconnect(m_nam, nullptr, this, nullptr);
+    const QSet<QNetworkReply*> outstanding = m_activeReplies;
+    m_activeReplies.clear();
+    m_replyStartTimes.clear();
+    m_pollReplies.clear();
+    m_currentPollReply = nullptr;
+    m_checkReply = nullptr;
+    m_registerReply = nullptr;
+    for (QNetworkReply* reply : outstanding) {
+        disconnect(reply, nullptr, this, nullptr);
+        reply->abort();
+        reply->deleteLater();
+    }
+    // Queued light changes that were waiting for their turn or for a retry are dropped.
     for (QList<RetryingRequest*>& queue : m_retryQueues)
         qDeleteAll(queue);
     m_retryQueues.clear();

@@ -37,12 +37,13 @@ class CLight;
 // replyFinished(reply, timedOut), whichever of finish, error and time-out comes first.
 //
 // Light events go out as signals, which the controller connects to its datapoint side:
-// lightAdded when a poll first reports a light, lightChanged with the parts that a poll or a
-// change reply altered, lightRemoved just before a light that the bridge no longer lists is
-// destroyed, lightUnresponsive when a light item is dropped (group items when groups are
-// switched off), lifeSign for each light due one, bridgeStateChangeRequested when a reply tells
-// that the controller's state of the bridge must change. The signals are emitted synchronously,
-// so a slot may still read the light passed with lightRemoved.
+// lightAdded when a poll first reports a light, lightChanged with the parts that a poll, a
+// change reply or a colour request from the hub altered, lightRemoved just before a light that
+// the bridge no longer lists is destroyed, lightUnresponsive when a light item is dropped (group
+// items when groups are switched off), lifeSign for each light due one,
+// bridgeStateChangeRequested when a reply tells that the controller's state of the bridge must
+// change. The signals are emitted synchronously, so a slot may still read the light passed with
+// lightRemoved.
 //
 // The bridge's short id is its "number" inside the hub's device serials of its lights.
 class CBridge : public QObject
@@ -99,6 +100,7 @@ public:
             quint32 shortId, const QString& userName, QObject* parent = nullptr);
     // A bridge without a network: the light model and the reply parsers work, nothing is sent.
     explicit CBridge(quint32 number, QObject* parent = nullptr);
+    // Aborts the outstanding replies without handling them and drops the queued light changes.
     ~CBridge() override;
 
     // The short id: the bridge's number in its lights' device serials.
@@ -184,6 +186,10 @@ public:
     // Hue and saturation on the hub's percent scale; the light's hub state follows at once.
     void requestLightHue(const QByteArray& lightId, double percent);
     void requestLightSaturation(const QByteArray& lightId, int percent);
+    // The hub's packed HSV number (decimal: hue << 16 | saturation << 8 | brightness). The
+    // light's hub state follows at once and is reported with lightChanged; the bridge gets
+    // hue, saturation and brightness (sent as x/y through the light's gamut).
+    void requestLightHSVColor(const QByteArray& lightId, const QString& hsv);
     // "rrggbb": converted to x/y through the light's gamut.
     void requestLightRgbColor(const QByteArray& lightId, const QString& rgb);
     void requestLightBrightness(const QByteArray& lightId, double percent, bool switchOn, int transitionTime);
@@ -203,8 +209,8 @@ public:
     const QMap<quint64, QByteArray>& pendingLightChanges() const { return m_pendingLightChanges; }
 
     // --- Polling (hue_bridge_polling.cpp) -------------------------------------------------------
-    // Called by the controller in turn with the other bridges: first the user-name checks, then
-    // at most one poll at a time.
+    // Called by the controller in turn with the other bridges: nothing while the bridge is
+    // ignored, else first the user-name checks, then at most one poll at a time.
     void pollNextItem();
     void trackPollReply(QNetworkReply* reply, PollType pollType);
     QNetworkReply* currentPollReply() const { return m_currentPollReply; }

@@ -18,6 +18,7 @@ namespace {
 
 constexpr int kWarmWhiteMired = 369;
 constexpr int kMaxBrightness = 254;
+constexpr int kMaxSaturation = 254;
 
 bool isColorItem(ChangeItem item)
 {
@@ -121,6 +122,36 @@ void CBridge::requestLightRgbColor(const QByteArray& lightId, const QString& rgb
     light->velState().setColorMode(ColorModeColor);
     light->velState().setColor(x, y);
     requestLightChange(lightId, {{ChangeX, x}, {ChangeY, y}});
+}
+
+void CBridge::requestLightHSVColor(const QByteArray& lightId, const QString& hsv)
+{
+    CLight* light = lightById(lightId);
+    if (!light) {
+        LOG_ERROR << "requestLightHSVColor for unknown light id" << lightId;
+        return;
+    }
+    bool ok = false;
+    const uint packed = ColorConvert::convertStringToHSV(hsv, &ok);
+    if (!ok) {
+        LOG_ERROR << "Failed to parse hsv string value" << hsv;
+        return;
+    }
+    // The text carries eight bits each for saturation and brightness; the bridge takes
+    // saturation 0..254 and brightness 1..254.
+    const int hue = int(packed & 0xFFFF);
+    const int saturation = qMin(int((packed >> 16) & 0xFF), kMaxSaturation);
+    const int brightness = qBound(1, int(packed >> 24), kMaxBrightness);
+    if (!light->isOn())
+        LOG_INFO << "HSV change while off, velmode" << lightId;
+    CLight::State& state = light->velState();
+    state.setColorMode(ColorModeColor);
+    state.setHue(quint16(hue));
+    state.setSaturation(quint8(saturation));
+    state.setBrightness(quint8(brightness));
+    emit lightChanged(light, ChangedColor | ChangedColorMode);
+    requestLightChange(lightId,
+                       {{ChangeHue, hue}, {ChangeSaturation, saturation}, {ChangeBrightness, brightness}});
 }
 
 void CBridge::requestLightBrightness(const QByteArray& lightId, double percent, bool switchOn,

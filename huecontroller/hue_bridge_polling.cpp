@@ -38,6 +38,9 @@ std::unique_ptr<minijson::CEntity> parseBody(const QByteArray& body)
 
 void CBridge::pollNextItem()
 {
+    // An ignored bridge keeps its turn in the controller's round but is neither checked nor polled.
+    if (m_ignore)
+        return;
     if (!m_nam || !userNameChecksAllowPolling())
         return;
     if (m_currentPollReply && m_activeReplies.contains(m_currentPollReply))

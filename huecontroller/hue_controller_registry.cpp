@@ -258,20 +258,16 @@ void CController::pollNextBridge()
             break;
         }
     }
-    for (int step = 0; step < order.size(); ++step) {
-        const int shortId = order[(next + step) % order.size()];
-        CBridge* bridge = m_bridges.value(shortId);
-        if (!bridge) {
-            LOG_WARNING << "nextBridge is null, this might happen if the bridge was just deleted";
-            m_bridges.remove(shortId);
-            return;
-        }
-        if (bridge->isIgnored())
-            continue;
-        m_lastPolledBridgeId = bridge->bridgeId();
-        bridge->pollNextItem();
+    const int shortId = order[next];
+    CBridge* bridge = m_bridges.value(shortId);
+    if (!bridge) {
+        LOG_WARNING << "nextBridge is null, this might happen if the bridge was just deleted";
+        m_bridges.remove(shortId);
         return;
     }
+    // An ignored bridge takes its turn too; its pollNextItem does nothing.
+    m_lastPolledBridgeId = bridge->bridgeId();
+    bridge->pollNextItem();
 }
 
 void CController::debugDumpLightStates(QTextStream& out) const

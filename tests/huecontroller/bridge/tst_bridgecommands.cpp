@@ -1,11 +1,13 @@
 // CBridge's command queue against the bridge emulator: coalescing, switch-on defaults by mode,
-// the night maximum and the start-stop timer.
+// the night maximum, the start-stop timer and the hub's HSV colour requests.
 
 #include "huecontroller/hue_colorconvert.h"
 #include "huecontroller/hue_light.h"
 
 #include "emulatedbridge.h"
+#include "logcapture.h"
 
+#include <QRegularExpression>
 #include <QtTest>
 
 using namespace hue;
@@ -51,6 +53,10 @@ private slots:
     void switchOnDefaults();
     void startStopTimer_data();
     void startStopTimer();
+    void hsvColor_data();
+    void hsvColor();
+    void hsvColorRejected_data();
+    void hsvColorRejected();
 };
 
 void TestBridgeCommands::burstBecomesOneRequest()
@@ -162,6 +168,96 @@ void TestBridgeCommands::startStopTimer()
     QTRY_VERIFY(!env.requests("PUT", statePath).empty() &&
                 compact(env.requests("PUT", statePath).back().body) == "{\"on\":false}");
     QVERIFY(!bridge->hasStartStopEntry("3"));
+}
+
+// The hub's HSV number: hue << 16 | saturation << 8 | brightness, in decimal.
+static QString hsvText(quint32 hue, quint32 saturation, quint32 brightness)
+{
+    return QString::number((hue << 16) | (saturation << 8) | brightness);
+}
+
+void TestBridgeCommands::hsvColor_data()
+{
+    QTest::addColumn<QString>("hsv");
+    QTest::addColumn<bool>("on");
+    QTest::addColumn<int>("hue");
+    QTest::addColumn<int>("saturation");
+    QTest::addColumn<int>("brightness");
+    // Full red lands on the red corner of the lamp's gamut, whatever the brightness.
+    QTest::addRow("red, light on") << hsvText(0, 254, 254) << true << 0 << 254 << 254;
+    QTest::addRow("red, light off") << hsvText(0, 254, 200) << false << 0 << 254 << 200;
+    QTest::addRow("out of the bridge's range") << hsvText(65535, 255, 0) << true << 65535 << 254 << 1;
+}
+
+void TestBridgeCommands::hsvColor()
+{
+    QFETCH(QString, hsv);
+    QFETCH(bool, on);
+    QFETCH(int, hue);
+    QFETCH(int, saturation);
+    QFETCH(int, brightness);
+    EmulatedBridge env(fourLights());
+    QVERIFY(env.isRunning());
+    setAll(env.emulator(), on);
+    auto bridge = env.makePairedBridge();
+    QVERIFY(bridge);
+    CLight* light = bridge->lightById("1");
+    QCOMPARE(light->isOn(), on);
+    const XYPoint red = light->gamutLimits().red;
+    const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/1/state";
+    QSignalSpy changed(bridge.get(), &CBridge::lightChanged);
+    LogCapture log;
+
+    bridge->requestLightHSVColor("1", hsv);
+    // The hub state follows at once and is reported; the bridge gets the colour as x/y.
+    QCOMPARE(int(light->velState().colorMode()), int(ColorModeColor));
+    QCOMPARE(int(light->velState().hue()), hue);
+    QCOMPARE(int(light->velState().saturation()), saturation);
+    QCOMPARE(int(light->velState().brightness()), brightness);
+    QCOMPARE(changed.size(), 1);
+    QCOMPARE(changed.at(0).at(1).value<ChangeFlags>(), ChangedColor | ChangedColorMode);
+    QCOMPARE(log.contains("HSV change while off, velmode"), !on);
+
+    QTRY_COMPARE(env.requests("PUT", statePath).size(), size_t(1));
+    const QByteArray body = compact(env.requests("PUT", statePath).front().body);
+    const QRegularExpression form(R"(^\{"xy":\[([0-9.]+),([0-9.]+)\],"bri":)" + QString::number(brightness) +
+                                  R"(\}$)");
+    const QRegularExpressionMatch match = form.match(QString::fromUtf8(body));
+    QVERIFY2(match.hasMatch(), body.constData());
+    QVERIFY2(qAbs(match.captured(1).toDouble() - red.x) < 1e-3 &&
+                 qAbs(match.captured(2).toDouble() - red.y) < 1e-3,
+             body.constData());
+}
+
+void TestBridgeCommands::hsvColorRejected_data()
+{
+    QTest::addColumn<QByteArray>("light");
+    QTest::addColumn<QString>("hsv");
+    QTest::addColumn<QByteArray>("message");
+    QTest::addRow("not a number") << QByteArray("1") << "ff00fe"
+                                  << QByteArray("Failed to parse hsv string value");
+    QTest::addRow("negative") << QByteArray("1") << "-1" << QByteArray("Failed to parse hsv string value");
+    QTest::addRow("unknown light") << QByteArray("9") << hsvText(0, 254, 254)
+                                   << QByteArray("requestLightHSVColor for unknown light id");
+}
+
+void TestBridgeCommands::hsvColorRejected()
+{
+    QFETCH(QByteArray, light);
+    QFETCH(QString, hsv);
+    QFETCH(QByteArray, message);
+    CBridge bridge(3);
+    auto* lamp = new CLight(&bridge, "1", {}, 1, ItemLight, LightExtendedColor);
+    bridge.addLight(lamp);
+    QSignalSpy changed(&bridge, &CBridge::lightChanged);
+    LogCapture log;
+
+    bridge.requestLightHSVColor(light, hsv);
+    QVERIFY(log.contains(message));
+    QCOMPARE(changed.size(), 0);
+    QCOMPARE(int(lamp->velState().colorMode()), int(ColorModeNone));
+    QVERIFY(lamp->pendingCommands().isEmpty()); // nothing is queued, so nothing is sent
+    QVERIFY(!lamp->commandTimer()->isActive());
 }
 
 QTEST_GUILESS_MAIN(TestBridgeCommands)

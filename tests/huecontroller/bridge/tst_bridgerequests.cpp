@@ -1,5 +1,6 @@
 // CBridge's request engine against the bridge emulator over loopback: URL choice and https
-// fall-back, numbering, time-outs, the per-URL light-change queue and throttling retries.
+// fall-back, numbering, time-outs, the per-URL light-change queue, throttling retries and
+// destruction with requests outstanding.
 
 #include "huecontroller/hue_bridgeapi.h"
 #include "huecontroller/hue_light.h"
@@ -8,6 +9,8 @@
 #include "logcapture.h"
 
 #include <QtTest>
+
+#include <algorithm>
 
 using namespace hue;
 
@@ -24,6 +27,8 @@ private slots:
     void oneChangeInFlightPerLight();
     void throttledChangesAreRetried_data();
     void throttledChangesAreRetried();
+    void ignoredBridgeIsNotPolled();
+    void destructionAbortsOutstandingReplies();
 };
 
 void TestBridgeRequests::urlFromPort_data()
@@ -202,6 +207,64 @@ void TestBridgeRequests::throttledChangesAreRetried()
     QCOMPARE(log.contains("network reply error while receiving light request reply"), gaveUp);
     QCOMPARE(int(bridge->lightById("1")->bridgeState().brightness()) == 77, !gaveUp);
     env.emulator().clearThrottles();
+}
+
+void TestBridgeRequests::ignoredBridgeIsNotPolled()
+{
+    EmulatedBridge env;
+    QVERIFY(env.isRunning());
+    auto bridge = env.makePairedBridge();
+    QVERIFY(bridge);
+    env.emulator().clearRequests();
+    bridge->setIgnored(true);
+    Clock::advance(3600001); // the hourly user-name re-check is due as well
+    bridge->pollNextItem();
+    QVERIFY(!bridge->currentPollReply());
+    QCOMPARE(bridge->activeReplyCount(), 0);
+    bridge->setIgnored(false);
+    QVERIFY(EmulatedBridge::pollOnce(*bridge));
+    QVERIFY(!env.requests("GET", "/api/").empty());
+}
+
+void TestBridgeRequests::destructionAbortsOutstandingReplies()
+{
+    EmulatedBridge env;
+    QVERIFY(env.isRunning());
+    auto bridge = env.makePairedBridge();
+    QVERIFY(bridge);
+    const std::string user = bridge->userName().toStdString();
+    const std::string statePath = "/api/" + user + "/lights/1/state";
+    env.emulator().stall(1, std::chrono::seconds(30), statePath, "PUT");
+    env.emulator().stall(1, std::chrono::seconds(30), "/api/" + user + "/lights", "GET");
+
+    // A poll and a light change held by the bridge, two more changes waiting behind the latter.
+    for (int bri : {10, 20, 30})
+        bridge->api()->sendSetStateRequest(*bridge->lightById("1"),
+                                           "{\"bri\":" + QByteArray::number(bri) + "}", {});
+    Clock::advance(600);
+    bridge->pollNextItem();
+    QVERIFY(bridge->currentPollReply());
+    QTRY_COMPARE(env.emulator().heldRequestCount(), 2);
+    QCOMPARE(bridge->activeReplyCount(), 2);
+
+    qRegisterMetaType<QNetworkReply*>();
+    QSignalSpy finished(&env.nam(), &QNetworkAccessManager::finished);
+    LogCapture log;
+    bridge.reset();
+    // Both replies ended as aborted during the destruction, and no handler saw them.
+    QCOMPARE(finished.size(), 2);
+    QList<QPointer<QNetworkReply>> replies;
+    for (const QList<QVariant>& arguments : finished) {
+        auto* reply = arguments.at(0).value<QNetworkReply*>();
+        QCOMPARE(reply->error(), QNetworkReply::OperationCanceledError);
+        replies.append(reply);
+    }
+    QVERIFY(!log.contains("network reply error"));
+    QVERIFY(!log.contains("while trying to poll"));
+    QTRY_VERIFY(
+        std::all_of(replies.cbegin(), replies.cend(), [](const auto& reply) { return reply.isNull(); }));
+    env.emulator().clearStalls();
+    QCOMPARE(env.requests("PUT", statePath).size(), size_t(1)); // the waiting changes were dropped
 }
 
 QTEST_GUILESS_MAIN(TestBridgeRequests)

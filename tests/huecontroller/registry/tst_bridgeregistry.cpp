@@ -243,10 +243,14 @@ void TestBridgeRegistry::bridgesArePolledInTurn()
     const QByteArray first = controller.bridges().first()->bridgeId();
     const QByteArray second = controller.bridges().last()->bridgeId();
     QCOMPARE(polled, (QByteArrayList{first, second, first, second}));
+    // An ignored bridge keeps its turn; the bridge itself then sends nothing.
     a->setIgnored(true);
-    controller.pollNextBridge();
-    controller.pollNextBridge();
-    QCOMPARE(controller.lastPolledBridgeId(), QByteArray("turnB"));
+    polled.clear();
+    for (int i = 0; i < 2; ++i) {
+        controller.pollNextBridge();
+        polled << controller.lastPolledBridgeId();
+    }
+    QCOMPARE(polled, (QByteArrayList{first, second}));
     a->setIgnored(false);
     controller.removeBridge("turnB");
     controller.pollNextBridge();
