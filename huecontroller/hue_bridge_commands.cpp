@@ -74,6 +74,8 @@ void CBridge::requestLightColorTemperature(const QByteArray& lightId, int mired)
     light->velState().setColorMode(ColorModeTemperature);
     if (!light->isColorTempMirrorBlocked())
         light->velState().setColorTemp(quint16(qBound(0, mired, 65535)));
+    // The hub sees its own command at once, before the bridge confirms it.
+    emit lightChanged(light, ChangedColor | ChangedColorMode);
     requestLightChange(lightId, ChangeColorTemp, mired);
 }
 
@@ -87,6 +89,7 @@ void CBridge::requestLightHue(const QByteArray& lightId, double percent)
     const int hue = ColorConvert::convertApiHueToHue(percent);
     light->velState().setColorMode(ColorModeColor);
     light->velState().setHue(quint16(qBound(0, hue, 65535)));
+    emit lightChanged(light, ChangedColor | ChangedColorMode);
     requestLightChange(lightId, ChangeHue, hue);
 }
 
@@ -100,6 +103,7 @@ void CBridge::requestLightSaturation(const QByteArray& lightId, int percent)
     const int saturation = int(ColorConvert::convertApiSaturationToHue(percent));
     light->velState().setColorMode(ColorModeColor);
     light->velState().setSaturation(quint8(qBound(0, saturation, 254)));
+    emit lightChanged(light, ChangedColor | ChangedColorMode);
     requestLightChange(lightId, ChangeSaturation, saturation);
 }
 

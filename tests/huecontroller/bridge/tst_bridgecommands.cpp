@@ -55,6 +55,8 @@ private slots:
     void startStopTimer();
     void hsvColor_data();
     void hsvColor();
+    void colourRequestsReachTheHubAtOnce_data();
+    void colourRequestsReachTheHubAtOnce();
     void hsvColorRejected_data();
     void hsvColorRejected();
 };
@@ -227,6 +229,35 @@ void TestBridgeCommands::hsvColor()
     QVERIFY2(qAbs(match.captured(1).toDouble() - red.x) < 1e-3 &&
                  qAbs(match.captured(2).toDouble() - red.y) < 1e-3,
              body.constData());
+}
+
+void TestBridgeCommands::colourRequestsReachTheHubAtOnce_data()
+{
+    QTest::addColumn<int>("request"); // 0 colour temperature, 1 hue, 2 saturation
+    QTest::addColumn<int>("colorMode");
+    QTest::addRow("colour temperature") << 0 << int(ColorModeTemperature);
+    QTest::addRow("hue") << 1 << int(ColorModeColor);
+    QTest::addRow("saturation") << 2 << int(ColorModeColor);
+}
+
+void TestBridgeCommands::colourRequestsReachTheHubAtOnce()
+{
+    QFETCH(int, request);
+    QFETCH(int, colorMode);
+    EmulatedBridge env(fourLights());
+    QVERIFY(env.isRunning());
+    auto bridge = env.makePairedBridge();
+    QVERIFY(bridge);
+    QSignalSpy changed(bridge.get(), &CBridge::lightChanged);
+    if (request == 0)
+        bridge->requestLightColorTemperature("1", 300);
+    else if (request == 1)
+        bridge->requestLightHue("1", 50.0);
+    else
+        bridge->requestLightSaturation("1", 50);
+    QCOMPARE(int(bridge->lightById("1")->velState().colorMode()), colorMode);
+    QCOMPARE(changed.size(), 1);
+    QCOMPARE(changed.at(0).at(1).value<ChangeFlags>(), ChangedColor | ChangedColorMode);
 }
 
 void TestBridgeCommands::hsvColorRejected_data()
