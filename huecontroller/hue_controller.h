@@ -129,7 +129,7 @@ public slots:
 signals:
     // The adaptor connects this to the backend's support-information call.
     void supportInfoReady(const QByteArray& text);
-    // The adaptor connects this to the UPnP listener, so that the bridge can be found again.
+    // The UPnP listener connects itself to this, so that the removed bridge can be found again.
     void bridgeRemoved(const QString& bridgeId);
 
 private:
@@ -149,7 +149,55 @@ private:
     QTimer m_supportInfoTimer;
     QByteArray m_supportInfo;
     int m_outstandingSupportAnswers = 0;
+
+    // --- Admission of candidate bridges (hue_controller_admission.cpp) --------------------------
+    // Candidates come from UPnP discovery, mDNS and forced addresses as (bridge id, address,
+    // port); the id may be empty or in the old UUID form. A bridge that is not registered yet is
+    // identified by its "/api/config" first. One admission runs at a time: a candidate that
+    // arrives meanwhile waits in the pending queue and is admitted afterwards, so that two
+    // sources announcing the same bridge cannot register it twice.
+public:
+    static constexpr int kIdentifyTimeoutMs = 10000;
+
+    struct PendingAdmission
+    {
+        QByteArray bridgeId;
+        QByteArray address;
+        int port = 0;
+    };
+
+    void addBridge(const QByteArray& bridgeId, const QByteArray& address, int port);
+    // Normalises the id and admits a registered bridge at once; others are identified. True
+    // when the admission has ended, false while the identification runs.
+    bool realAddBridge(const QByteArray& bridgeId, const QByteArray& address, int port);
+    // GET "/api/config" over https for port 443, plain http otherwise.
+    void identifyBridge(const QByteArray& bridgeId, const QByteArray& address, int port);
+    // Settles the bridge's stored state and registers it. Null when it is not admitted.
+    CBridge* realAddIdentifiedBridge(const QByteArray& expectedId, const QByteArray& bridgeId,
+                                     const QByteArray& address, int port, const QString& name);
+    // Copies the settings stored under the old UUID form of a bridge id to its current form,
+    // unless settings are stored under the current form already.
+    void convertOldBridgeInfo(const QByteArray& bridgeId);
+    bool isAdmissionLocked() const { return m_admissionLocked; }
+    const QList<PendingAdmission>& pendingAdmissions() const { return m_pendingAdmissions; }
+
+public slots:
+    void onIdentifyBridgeFinished();
+
+private:
+    void identifyFromReply(QNetworkReply* reply);
+    void workOffAdmissions();
+
+    bool m_admissionLocked = false;
+    QList<PendingAdmission> m_pendingAdmissions;
 };
+
+// The current form of a bridge id: 16 lower-case hexadecimal characters. An old UPnP UUID
+// ("2f402f80da5011e19b23" and the 12 MAC digits, dashes and a "uuid:" prefix allowed) becomes the
+// MAC with "fffe" in its middle; other ids are only lowered.
+QByteArray normalizedBridgeId(const QByteArray& bridgeId);
+// The inverse for a 16-character id; empty for an id of another length.
+QByteArray oldBridgeUuid(const QByteArray& bridgeId);
 
 // The process's controller, set by its constructor.
 extern CController* g_Controller;
