@@ -89,14 +89,14 @@ bool CDevice::parseXML(const QByteArray& xml)
     QString message;
     int line = 0;
     if (!document.setContent(xml, &message, &line)) {
-        LOG_WARNING << "device spec is not well-formed XML, line" << line << message;
+        LOG_WARNING << "device description is not well-formed XML, line" << line << message;
         return false;
     }
     const QDomElement channel = document.documentElement()
                                     .firstChildElement(QStringLiteral("channels"))
                                     .firstChildElement(QStringLiteral("channel"));
     if (channel.isNull()) {
-        LOG_WARNING << "device spec has no channel";
+        LOG_WARNING << "device description has no channel";
         return false;
     }
     parseInputs(channel.firstChildElement(QStringLiteral("inputs")));

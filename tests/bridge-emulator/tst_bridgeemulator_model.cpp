@@ -119,8 +119,8 @@ void TestBridgeEmulatorModel::lightSet()
         return;
     }
     QString letters;
-    for (const LightSpec& spec : *specs)
-        letters += QLatin1Char("odtce"[int(spec.kind)]);
+    for (const LightSpec& light : *specs)
+        letters += QLatin1Char("odtce"[int(light.kind)]);
     QCOMPARE(letters, kinds);
     if (text.contains("color-b"))
         QVERIFY(specs->front().gamut == GamutType::B);
