@@ -23,7 +23,12 @@
 #include <QVariant>
 #include <QtGlobal>
 
+#include <memory>
+
 class QNetworkAccessManager;
+namespace minijson {
+class CEntity;
+}
 
 namespace hue {
 
@@ -252,6 +257,7 @@ private:
 
     void createTimers();
     void sendQueuedRequest(RetryingRequest& entry);
+    std::unique_ptr<minijson::CEntity> parsePairingReply(const QByteArray& body);
     void handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool timedOut, bool fellBack);
     void handleRegisterUserNameReply(QNetworkReply* reply, bool timedOut, bool fellBack);
     bool checkVersion2(const QString& swVersion);

@@ -79,6 +79,20 @@ void CBridge::checkUsernameRegistered(bool resetCount)
     m_lastRequest.start();
 }
 
+// Parses the body of a check or register reply. A body that is no JSON is logged and makes
+// the user-name state unknown (from a parse error); the caller then stops.
+std::unique_ptr<minijson::CEntity> CBridge::parsePairingReply(const QByteArray& body)
+{
+    try {
+        return minijson::CParser::Parse(body.constData(), body.size());
+    } catch (const minijson::CException& e) {
+        LOG_ERROR << "JSON parse error while trying to parse network response from bridge. Exception:"
+                  << e.what() << "Response data:" << body;
+        setUserNameState(USERNAME_ERROR_UNKNOWN, true);
+        return nullptr;
+    }
+}
+
 void CBridge::handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool timedOut, bool fellBack)
 {
     m_checkReply = nullptr;
@@ -91,15 +105,9 @@ void CBridge::handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool time
         return;
     }
     const QByteArray body = reply->readAll();
-    std::unique_ptr<minijson::CEntity> document;
-    try {
-        document = minijson::CParser::Parse(body.constData(), body.size());
-    } catch (const minijson::CException& e) {
-        LOG_ERROR << "JSON parse error while trying to parse network response from bridge. Exception:"
-                  << e.what() << "Response data:" << body;
-        setUserNameState(USERNAME_ERROR_UNKNOWN, true);
+    const std::unique_ptr<minijson::CEntity> document = parsePairingReply(body);
+    if (!document)
         return;
-    }
     if (!document->IsObject()) {
         LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << body;
         setUserNameState(USERNAME_ERROR_UNKNOWN);
@@ -213,15 +221,9 @@ void CBridge::handleRegisterUserNameReply(QNetworkReply* reply, bool timedOut, b
         return;
     }
     const QByteArray body = reply->readAll();
-    std::unique_ptr<minijson::CEntity> document;
-    try {
-        document = minijson::CParser::Parse(body.constData(), body.size());
-    } catch (const minijson::CException& e) {
-        LOG_ERROR << "JSON parse error while trying to parse network response from bridge. Exception:"
-                  << e.what() << "Response data:" << body;
-        setUserNameState(USERNAME_ERROR_UNKNOWN, true);
+    const std::unique_ptr<minijson::CEntity> document = parsePairingReply(body);
+    if (!document)
         return;
-    }
     if (!document->IsArray()) {
         LOG_ERROR
             << "JSON response from bridge parsed successfully, but have unexpected JSON trying to register "

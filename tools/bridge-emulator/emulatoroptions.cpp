@@ -157,7 +157,7 @@ Options:
                         and make events, the rest is read-only; version 1 then has no lights
   --event-window MS     changes within MS of the first go out as one stream message (default 100)
   --zigbee-channel N    11 to 26 (default 25)
-  --lights SPEC         the lights, e.g. "extended:3,ct:2,dimmable:1,onoff:1,color:1"; kinds
+  --lights LIST         the lights, e.g. "extended:3,ct:2,dimmable:1,onoff:1,color:1"; kinds
                         onoff, dimmable, ct, color, extended; a colour kind may name its gamut:
                         color-b, extended-b (default extended:3,ct:2,dimmable:2,onoff:1,color:1,color-b:1)
   --no-groups           no default groups (otherwise two rooms and a light group of colour lights)
