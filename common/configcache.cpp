@@ -1,10 +1,10 @@
 #include "configcache.h"
 
 #include "logginginterface.h"
+#include "messaging/hubsocketsettings.h"
 #include "messaging/socketinterface.h"
 
 #include <QCoreApplication>
-#include <QSettings>
 
 const char ConfigCache::kDatabaseService[] = "com.orlux.tamsa.database";
 
@@ -24,13 +24,8 @@ ConfigCache::~ConfigCache() = default;
 
 bool ConfigCache::connectToDatabase()
 {
-    QSettings settings(QStringLiteral("vorn"), QStringLiteral("database"));
-    const QString socketDir = settings.value(QStringLiteral("socketDir"), QStringLiteral("/tmp")).toString();
-    const QString socketType =
-        settings.value(QStringLiteral("socketType"), QStringLiteral("local")).toString();
-    return connectToDatabase(socketType == QLatin1String("tcp") ? SocketConnection::TcpSocket
-                                                                : SocketConnection::LocalSocket,
-                             socketDir);
+    const HubSocketSettings hub = HubSocketSettings::read();
+    return connectToDatabase(hub.type, hub.socketDir);
 }
 
 bool ConfigCache::connectToDatabase(SocketConnection::SocketType type, const QString& socketDir)
@@ -96,8 +91,9 @@ void ConfigCache::onAllConfigValues(quint64 generation, bool ok, const SocketArg
 QString ConfigCache::getConfigValue(const QString& key, bool* ok) const
 {
     auto it = m_values.constFind(key);
+    // Once the whole map has arrived a missing key is an answer too: the value was never set.
     if (ok)
-        *ok = it != m_values.constEnd();
+        *ok = m_ready || it != m_values.constEnd();
     return it == m_values.constEnd() ? QString() : *it;
 }
 

@@ -48,8 +48,11 @@ public:
     bool isConnected() const;
     bool isReady() const { return m_ready; }
 
-    // The cached value; `ok` tells whether the key is known.
+    // The cached value, empty for a key that was never set. `ok` is false when the query cannot
+    // be answered: the key is not known and the cache is not ready yet.
     QString getConfigValue(const QString& key, bool* ok = nullptr) const;
+    // Whether the key has a value (possibly empty).
+    bool contains(const QString& key) const { return m_values.contains(key); }
     QMap<QString, QString> allConfigValues() const { return m_values; }
 
     // Writes a value to the hub's store (persistent: kept across restarts of the hub).

@@ -48,3 +48,8 @@ quint32 getVornHardwareVersion()
     }();
     return version;
 }
+
+bool isVornDevice()
+{
+    return getVornHardwareVersion() != kUnknownHardwareVersion;
+}

@@ -17,6 +17,8 @@ extern bool DebugMode;
 // hub models, 0xFFFFFFFF on any other machine (a development PC, an unknown board).
 constexpr quint32 kUnknownHardwareVersion = 0xFFFFFFFFu;
 quint32 getVornHardwareVersion();
+// True on one of the hub models; development machines get the developer conveniences.
+bool isVornDevice();
 
 // The lookup behind getVornHardwareVersion(), apart from the file it reads: maps the board's
 // device-tree model text to the hardware version.

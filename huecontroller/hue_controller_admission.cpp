@@ -28,10 +28,9 @@ const char* const kSettingPrefixes[] = {"hueBridges/", "hueBridgeUserNames/", "h
 
 // A stored setting; empty when it was never written. Unlike the registry's readers this does
 // not log a missing value, which is the normal case for a bridge seen for the first time.
-QString storedSetting(const char* prefix, const QByteArray& bridgeId, bool* known = nullptr)
+QString storedSetting(const char* prefix, const QByteArray& bridgeId)
 {
-    return ConfigCache::instance()->getConfigValue(QLatin1String(prefix) + QString::fromUtf8(bridgeId),
-                                                   known);
+    return ConfigCache::instance()->getConfigValue(QLatin1String(prefix) + QString::fromUtf8(bridgeId));
 }
 
 // The pairing procedure needs API version 1.3.0 or later.
@@ -246,11 +245,10 @@ void CController::convertOldBridgeInfo(const QByteArray& bridgeId)
         return;
     LOG_INFO << "converting the settings of bridge" << oldId << "to" << bridgeId;
     for (const char* prefix : kSettingPrefixes) {
-        bool known = false;
-        const QString value = storedSetting(prefix, oldId, &known);
-        if (known)
-            ConfigCache::instance()->setConfigValueNonblock(
-                QLatin1String(prefix) + QString::fromUtf8(bridgeId), value, true);
+        const QString oldKey = QLatin1String(prefix) + QString::fromUtf8(oldId);
+        if (ConfigCache::instance()->contains(oldKey))
+            ConfigCache::instance()->setConfigValueNonblock(QLatin1String(prefix) + QString::fromUtf8(bridgeId),
+                                                            storedSetting(prefix, oldId), true);
     }
 }
 

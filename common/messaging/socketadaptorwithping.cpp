@@ -1,10 +1,10 @@
 #include "socketadaptorwithping.h"
 
+#include "hubsocketsettings.h"
 #include "socketinterface.h"
 
 #include <common/logginginterface.h>
 
-#include <QSettings>
 
 const char SocketAdaptorWithPing::kDiagnosisService[] = "com.orlux.tamsa.diagnosis";
 
@@ -41,27 +41,17 @@ bool SocketAdaptorWithPing::isConnectedToDiagnosis() const
 
 void SocketAdaptorWithPing::onHeartbeatTimeout()
 {
-    if (!isConnectedToDiagnosis()) {
-        const QSettings settings(QStringLiteral("vorn"), QStringLiteral("database"));
-        const QString socketDir =
-            settings.value(QStringLiteral("socketDir"), QStringLiteral("/tmp")).toString();
-        const QString socketType =
-            settings.value(QStringLiteral("socketType"), QStringLiteral("local")).toString();
-        const auto type =
-            socketType == QLatin1String("tcp") ? SocketConnection::TcpSocket : SocketConnection::LocalSocket;
-        if (!connectToDiagnosis(type, socketDir)) {
-            LOG_WARNING << "Failed to connect to diagnosis, retrying with heartbeat";
-            return;
-        }
-    }
     sendHeartbeat();
 }
 
 bool SocketAdaptorWithPing::sendHeartbeat()
 {
     if (!isConnectedToDiagnosis()) {
-        LOG_DETAIL << "no heartbeat: diagnosis not connected";
-        return false;
+        const HubSocketSettings hub = HubSocketSettings::read();
+        if (!connectToDiagnosis(hub.type, hub.socketDir)) {
+            LOG_WARNING << "Failed to connect to diagnosis, retrying with heartbeat";
+            return false;
+        }
     }
     m_diagnosis->call(SocketInterface::NoBlock, QStringLiteral("ping"), SocketArgument(getModuleName()),
                       SocketArgument(quint8(m_health)));

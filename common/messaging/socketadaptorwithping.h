@@ -36,7 +36,8 @@ public:
     // Opens the connection to the diagnosis service in socketDir; false when it cannot be reached.
     bool connectToDiagnosis(SocketConnection::SocketType type, const QString& socketDir);
     bool isConnectedToDiagnosis() const;
-    // Sends "ping" now, if the diagnosis service is connected; false otherwise.
+    // Sends "ping" now, connecting to the diagnosis service first when needed; false when it
+    // cannot be reached or the call fails.
     bool sendHeartbeat();
 
 protected slots:
