@@ -3,7 +3,8 @@
 
 #include "hue_bridge.h"
 
-#include "hue_bridgeapi.h"
+#include "hue_adaptor.h"
+#include "hue_bridgeapi2.h"
 #include "hue_bridgestate.h"
 #include "hue_controller.h"
 
@@ -38,9 +39,12 @@ void CBridge::setUserNameState(UserNameState state, bool fromParseError)
     m_userNameState = state;
     switch (state) {
     case USERNAME_ERROR_UNKNOWN:
-        // The adaptor's network-stability check joins here once the service adaptor exists; until
-        // then a parse error counts like any other unexpected answer.
-        Q_UNUSED(fromParseError);
+        // A garbled answer right after a network outage says nothing about the bridge: keep its
+        // state until the hub's network has been up for a while.
+        if (fromParseError && !(HueAdaptor::instance() && HueAdaptor::instance()->hasStableNetwork())) {
+            LOG_WARNING << "Ignore USERNAME_ERROR_UNKNOWN because our network is (or was) down.";
+            break;
+        }
         requestBridgeState(BridgeStateError);
         break;
     case USERNAME_ERROR_NETWORK:
@@ -163,8 +167,12 @@ bool CBridge::checkVersion2(const QString& swVersion)
         LOG_WARNING << "Found a v2-capable bridge, but there are already known lights - staying on v1 API";
         return false;
     }
-    // The version 2 dialect is not part of this service yet: the bridge keeps version 1.
-    LOG_INFO << "bridge" << m_bridgeId << "qualifies for API version 2; staying on API version 1";
+    LOG_INFO << "bridge" << m_bridgeId << "switches to API version 2";
+    BridgeAPI* previous = m_api;
+    m_api = new BridgeAPI2(this);
+    delete previous;
+    // The next poll starts the version 2 cycle with the devices.
+    m_pollType = PollGeofenceClients;
     return true;
 }
 

@@ -1,7 +1,12 @@
 #pragma once
 
+#include "hue_bridgechangeflags.h"
 #include "hue_bridgestate.h"
+#include "hue_datapoints.h"
+#include "hue_lightcolormode.h"
 #include "hue_lighttype.h"
+
+#include "kova/kovacommon/internalid.h"
 
 #include <QByteArray>
 #include <QList>
@@ -22,6 +27,8 @@ namespace hue {
 
 class CBridge;
 class CDevice;
+class CLight;
+class HueAdaptor;
 
 // The one controller of the service: it knows the light-type descriptions and (later) the
 // bridges and their lights as hub devices.
@@ -190,6 +197,80 @@ private:
 
     bool m_admissionLocked = false;
     QList<PendingAdmission> m_pendingAdmissions;
+
+    // --- Lights as hub devices (hue_controller_identifiers.cpp, hue_controller_datapoints.cpp,
+    // hue_controller_parameters.cpp, hue_controller_outputs.cpp, hue_controller_lightevents.cpp) --
+    // A light's device serial is 0xBEED, then the bridge's short id and the light's hub id; its
+    // datapoints and parameters add channel and index from the light type's description. Hub
+    // writes to input datapoints become bridge commands; the bridges' light events come back as
+    // output datapoint values, life signs and unreachable notices.
+public:
+    static constexpr int kDimStepPercent = 10; // per 500 ms tick of continuous dimming
+
+    // Empty when the light's description has no index for the datapoint.
+    InternalId getInputDatapointSerial(const CLight& light, quint16 channel, EInputDatapoint datapoint) const;
+    InternalId getOutputDatapointSerial(const CLight& light, quint16 channel,
+                                        EOutputDatapoint datapoint) const;
+    InternalId getParameterSerial(const CLight& light, quint16 channel, EParameter parameter) const;
+    // Null (logged) when the id is no device id or names no bridge or light.
+    CLight* lightByDeviceSerial(const InternalId& id) const;
+    bool getBridgeAndHueId(CBridge** bridge, QByteArray* hueId, const InternalId& id) const;
+
+    // A hub write to an input datapoint; false when the write is refused (the hub is told so).
+    bool dataPointValueChanged(const InternalId& id, const QString& value);
+    void parameterValueChanged(const InternalId& id, const QString& value);
+    // An output value for the hub, unless the bridge is ignored or not paired.
+    void sendDataPointValue(const InternalId& id, const QString& value);
+    // The hub has the light's device (again): its current values and attributes are re-sent.
+    void deviceReady(const InternalId& id);
+    // The hub has removed the light's device: the light is forgotten here as well and registered
+    // afresh when its bridge lists it again.
+    void deleteLight(const InternalId& id);
+    void masterResetLight(const InternalId& id);
+    void execMasterReset(CBridge* bridge, CLight* light);
+    void attributeValueChanged(const InternalId& id, const QString& name, const QString& value);
+    void sendLifeSignsForLights();
+    void triggerScene(CLight* light);
+    bool isNight() const { return m_night; }
+
+    // Light events, connected to every registered bridge.
+    void newLightAdded(CLight* light);
+    void changedLight(CLight* light, ChangeFlags flags);
+    void lightDeleted(CLight* light);
+    void lightUnresponsive(CLight* light);
+    void lightLifeSign(CLight* light);
+    // The output datapoints of one light.
+    void changedLightOn(const CLight& light, bool on);
+    void changedBrightness(const CLight& light, double percent);
+    void changedColorTemperature(const CLight& light, int mired);
+    void changedColorMode(const CLight& light, VNColorMode mode);
+    void changedColorRgb(const CLight& light, const QString& rgb);
+    void changedColorHSV(const CLight& light, const QString& hsv);
+    // Duration in tenths of a second, as the light counts; the hub gets "<percent>t+<ms>".
+    void changedTimedDimming(const CLight& light, double percent, int duration);
+    void changedMetadata(const CLight& light);
+
+public slots:
+    // One step of a light's continuous dimming; must be the timeout of the light's dim timer.
+    void dimTimerFired();
+
+private:
+    void connectLightEvents(CBridge* bridge);
+    void relativeDimming(CBridge* bridge, CLight* light, const QByteArray& hueId, int control);
+    // False when the value is no KNX scaling speed.
+    bool timedDimming(CBridge* bridge, CLight* light, const QByteArray& hueId, const QString& value);
+    void sendOutputValue(const CLight& light, EOutputDatapoint datapoint, const QString& text);
+    // Colour mode, colour temperature, RGB and HSV, as far as the light type has them.
+    void sendColorValues(const CLight& light);
+    // Every output value and the attributes of a light, as after registration.
+    void sendCurrentValues(const CLight& light);
+    // Registers the light's device with its description, then sends its current values.
+    void registerLight(const CLight& light);
+    // The adaptor, unless there is none or the light's bridge is ignored.
+    HueAdaptor* reportingHub(const CLight& light) const;
+
+    bool m_night = false;
+    bool m_lightRemovedByHub = false; // set while the hub's removal of a device deletes its light
 };
 
 // The current form of a bridge id: 16 lower-case hexadecimal characters. An old UPnP UUID

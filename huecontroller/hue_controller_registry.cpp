@@ -114,6 +114,7 @@ CBridge* CController::registerBridge(const QByteArray& bridgeId, const QString& 
     bridge->setName(name);
     connect(bridge, &CBridge::supportInfoGathered, this,
             [this, bridge](const QByteArray& text) { addSupportInfo(bridge, text); });
+    connectLightEvents(bridge);
     m_bridges.insert(shortId, bridge);
     LOG_INFO << "registered bridge" << bridgeId << "short id" << shortId << "at" << host << port;
 

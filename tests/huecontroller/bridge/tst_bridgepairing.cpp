@@ -1,13 +1,17 @@
 // CBridge's pairing against the bridge emulator: the link button, firmware and API version
 // rules, withdrawn keys, and the persisted bridge state that results.
 
+#include "huecontroller/hue_adaptor.h"
 #include "huecontroller/hue_bridgeapi.h"
+#include "huecontroller/hue_clock.h"
 #include "huecontroller/hue_bridgestate.h"
 
 #include "common/configcache.h"
 #include "emulatedbridge.h"
 #include "logcapture.h"
 
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QtTest>
 
 using namespace hue;
@@ -43,6 +47,7 @@ private slots:
     void checkReplyRules();
     void withdrawnKey();
     void pollingWaitsForPairing();
+    void garbledCheckReplyWaitsForStableNetwork();
 };
 
 void TestBridgePairing::linkButtonPressedLate()
@@ -120,8 +125,6 @@ void TestBridgePairing::checkReplyRules_data()
                          << QByteArray("unexpected apiversion format");
     QTest::addRow("0.9.0") << "0.9.0" << v1 << false << firmware << false
                            << QByteArray("unexpected apiversion");
-    QTest::addRow("v2 over https") << "1.65.0" << v2 << false << registered << true
-                                   << QByteArray("qualifies for API version 2; staying on API version 1");
     QTest::addRow("v2 over http") << "1.65.0" << v2 << true << registered << true
                                   << QByteArray("Found a v2-capable bridge, but failed to connect via https");
 }
@@ -203,6 +206,51 @@ void TestBridgePairing::pollingWaitsForPairing()
     QVERIFY(!bridge->currentPollReply());
     QCOMPARE(bridge->checkCount(), 1);
     QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
+}
+
+// A server on loopback that answers every request with a body that is no JSON, as a captive
+// portal or a half-started bridge would.
+class GarbageServer : public QTcpServer
+{
+public:
+    GarbageServer()
+    {
+        connect(this, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = nextPendingConnection()) {
+                connect(socket, &QTcpSocket::readyRead, socket, [socket] {
+                    socket->readAll();
+                    socket->write("HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Length: 6\r\n\r\n<html>");
+                });
+            }
+        });
+        listen(QHostAddress::LocalHost);
+    }
+};
+
+void TestBridgePairing::garbledCheckReplyWaitsForStableNetwork()
+{
+    EmulatedBridge env; // for the controller that keeps the persisted state
+    GarbageServer server;
+    QVERIFY(server.isListening());
+    const QByteArray id("00178800feed0001");
+    g_Controller->setBridgeState(QString::fromLatin1(id), BridgeStatePaired);
+    CBridge bridge(&env.nam(), id, QStringLiteral("127.0.0.1"), server.serverPort(), 1, QStringLiteral("key"));
+    LogCapture log;
+
+    // The first check tries https and falls back to plain http for the next one.
+    bridge.checkUsernameRegistered(true);
+    QTRY_COMPARE(bridge.userNameState(), CBridge::USERNAME_ERROR_NETWORK);
+    // Without a stable network (no adaptor at all here, or a recent outage) the state stays.
+    bridge.checkUsernameRegistered(true);
+    QTRY_COMPARE(bridge.userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
+    QVERIFY(log.contains("Ignore USERNAME_ERROR_UNKNOWN because our network is (or was) down."));
+    QCOMPARE(g_Controller->bridgeState(id), BridgeStatePaired);
+
+    HueAdaptor adaptor;
+    adaptor.onNetworkEvent(3, "up");
+    Clock::advance(HueAdaptor::kStableNetworkMs + 1);
+    bridge.checkUsernameRegistered(true);
+    QTRY_COMPARE(g_Controller->bridgeState(id), BridgeStateError);
 }
 
 QTEST_GUILESS_MAIN(TestBridgePairing)

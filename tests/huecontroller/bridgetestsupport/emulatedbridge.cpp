@@ -5,7 +5,21 @@
 #include <QNetworkReply>
 #include <QTest>
 
-EmulatedBridge::EmulatedBridge(bridgeemu::EmulatorConfig config) : m_emulator(std::move(config))
+namespace {
+
+bridgeemu::EmulatorConfig withFirmware(bridgeemu::EmulatorConfig config, EmulatedBridge::Firmware firmware)
+{
+    if (firmware == EmulatedBridge::Firmware::ApiVersion1) {
+        config.clipV2 = false;
+        config.identity.swVersion = "1941132080";
+    }
+    return config;
+}
+
+} // namespace
+
+EmulatedBridge::EmulatedBridge(bridgeemu::EmulatorConfig config, Firmware firmware)
+    : m_emulator(withFirmware(std::move(config), firmware))
 {
     ConstDataDir = QStringLiteral(HUE_CONST_DATA_DIR);
     m_controller.loadLightSpecs();

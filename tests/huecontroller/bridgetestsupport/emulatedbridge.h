@@ -15,7 +15,15 @@
 class EmulatedBridge
 {
 public:
-    explicit EmulatedBridge(bridgeemu::EmulatorConfig config = {});
+    // A bridge of firmware before CLIP v2 keeps the service on API version 1; one with CLIP v2
+    // makes it switch to version 2 once paired over https.
+    enum class Firmware
+    {
+        ApiVersion1,
+        ClipV2,
+    };
+
+    explicit EmulatedBridge(bridgeemu::EmulatorConfig config = {}, Firmware firmware = Firmware::ApiVersion1);
 
     bool isRunning() const { return m_started; }
     bridgeemu::BridgeEmulator& emulator() { return m_emulator; }

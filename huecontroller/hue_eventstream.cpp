@@ -1,0 +1,119 @@
+#include "hue_eventstream.h"
+
+#include "hue_bridge.h"
+
+#include "common/logginginterface.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+namespace hue {
+
+EventStreamConnection::EventStreamConnection(CBridge* bridge, QObject* parent)
+    : QObject(parent), m_bridge(bridge)
+{
+    m_openTimer.setSingleShot(true);
+    connect(&m_openTimer, &QTimer::timeout, this, &EventStreamConnection::start);
+    m_openTimer.start(kFirstOpenDelayMs);
+}
+
+EventStreamConnection::~EventStreamConnection()
+{
+    if (m_reply) {
+        // The stream ends with its owner; its finish must not arm a reopen any more.
+        disconnect(m_reply, nullptr, this, nullptr);
+        m_reply->abort();
+        m_reply->deleteLater();
+    }
+}
+
+bool EventStreamConnection::isOpen() const
+{
+    return m_reply && !m_reply->isFinished();
+}
+
+const char* EventStreamConnection::stateText() const
+{
+    if (!m_reply)
+        return "reply_deleted";
+    return m_reply->isFinished() ? "finished" : "active";
+}
+
+void EventStreamConnection::start()
+{
+    m_openTimer.stop();
+    if (m_reply || !m_bridge->networkAccessManager())
+        return;
+    QUrl url = m_bridge->url();
+    url.setPath(QStringLiteral("/eventstream/clip/v2"));
+    QNetworkRequest request(url);
+    request.setRawHeader("hue-application-key", m_bridge->userName().toUtf8());
+    request.setRawHeader("Accept", "text/event-stream");
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, m_bridge->enableHttp2());
+    if (!m_lastEventId.isEmpty())
+        request.setRawHeader("Last-Event-ID", m_lastEventId);
+    // No transfer time-out: the stream stays open until the bridge or the network ends it.
+    m_reply = m_bridge->networkAccessManager()->get(request);
+    ++m_openCount;
+    m_lastData.start();
+    connect(m_reply, &QNetworkReply::finished, this, &EventStreamConnection::onReplyFinished);
+    connect(m_reply, &QNetworkReply::readyRead, this, &EventStreamConnection::onReplyReadyRead);
+}
+
+void EventStreamConnection::onReplyReadyRead()
+{
+    if (!m_reply)
+        return;
+    QByteArray received;
+    for (;;) {
+        const QByteArray chunk = m_reply->read(kReadChunkBytes);
+        if (chunk.isEmpty())
+            break;
+        received.append(chunk);
+    }
+    processBytes(received);
+}
+
+void EventStreamConnection::processBytes(const QByteArray& bytes)
+{
+    if (bytes.isEmpty())
+        return;
+    m_lastData.start();
+    const QList<QByteArray> messages = m_framer.feed(bytes);
+    for (const QByteArray& text : messages) {
+        const EventStreamMessage message = EventStreamFramer::parseMessage(text);
+        if (message.hasId)
+            m_lastEventId = message.id;
+        if (message.retryMs >= 0)
+            m_restartDelayMs = message.retryMs;
+        if (!message.data.isEmpty())
+            emit dataReceived(message.data);
+    }
+}
+
+void EventStreamConnection::onReplyFinished()
+{
+    if (!m_reply)
+        return;
+    QNetworkReply* reply = m_reply;
+    m_reply = nullptr;
+    disconnect(reply, nullptr, this, nullptr);
+    if (reply->error() != QNetworkReply::NoError && reply->error() != QNetworkReply::OperationCanceledError)
+        LOG_WARNING << "event stream of bridge" << m_bridge->bridgeId() << "ended:" << reply->errorString();
+    reply->deleteLater();
+    LOG_DETAIL << "event stream of bridge" << m_bridge->bridgeId() << "reopens in" << m_restartDelayMs
+               << "ms";
+    m_openTimer.start(m_restartDelayMs);
+}
+
+bool EventStreamConnection::abortIfSilent()
+{
+    if (!isOpen() || !m_lastData.hasExpired(kSilenceLimitMs))
+        return false;
+    LOG_WARNING << "eventstream ping timeout";
+    m_reply->abort(); // finishes the reply, which arms the reopen
+    return true;
+}
+
+} // namespace hue
