@@ -45,6 +45,11 @@ void EventStreamConnection::start()
     m_openTimer.stop();
     if (m_reply || !m_bridge->networkAccessManager())
         return;
+    // An ignored bridge gets no traffic; look again later, the user may take it back.
+    if (m_bridge->isIgnored()) {
+        m_openTimer.start(m_restartDelayMs);
+        return;
+    }
     QUrl url = m_bridge->url();
     url.setPath(QStringLiteral("/eventstream/clip/v2"));
     QNetworkRequest request(url);
@@ -65,6 +70,10 @@ void EventStreamConnection::onReplyReadyRead()
 {
     if (!m_reply)
         return;
+    if (m_bridge->isIgnored()) {
+        m_reply->abort(); // reopens through onReplyFinished once the bridge is taken back
+        return;
+    }
     QByteArray received;
     for (;;) {
         const QByteArray chunk = m_reply->read(kReadChunkBytes);

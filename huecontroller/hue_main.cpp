@@ -1,7 +1,6 @@
 // The service's entry: brings the process up in a fixed order (application, logging, crash
 // handler, adaptor, settings, controller, messaging server) and runs the event loop, in which
 // the hub's supervisor drives everything else through the adaptor's run stages.
-//
 // Log lines carry their source line, and tools on the hub look for the start-up lines by it:
 // keep "restarted after crash" on lines 52 and 77 and "start" on line 80.
 #include "hue_adaptor.h"
@@ -12,6 +11,7 @@
 #include "common/defaults.h"
 #include "common/dispatcher.h"
 #include "common/logginginterface.h"
+#include "common/unixsignalwatcher.h"
 
 #include <QCoreApplication>
 #include <QObject>
@@ -25,7 +25,7 @@
 
 namespace {
 
-// SIGINT: the log is closed before the loop ends, so nothing is written half-way through exit.
+// SIGINT, on the event loop through the watcher: the log is closed before the loop ends.
 void handleSignal(int signalNumber)
 {
     if (signalNumber != SIGINT)
@@ -59,7 +59,8 @@ int main(int argc, char** argv)
         DebugMode = true;
 
     Dispatcher dispatcher;
-    signal(SIGINT, handleSignal);
+    UnixSignalWatcher signalWatcher({SIGINT});
+    QObject::connect(&signalWatcher, &UnixSignalWatcher::received, &handleSignal);
     hue::CController controller;
     adaptor.setController(&controller);
 
@@ -70,8 +71,7 @@ int main(int argc, char** argv)
     // right before the "start" line.
     //
     // The controller above is only constructed; the adaptor's run stages initialise and start
-    // it once the supervisor has connected; main itself calls no controller operation (see
-    // HueAdaptor::run).
+    // it once the supervisor has connected; main itself calls no controller operation.
     const uint crashCounter = firstArgument.toUInt(nullptr, 10);
     if (crashCounter != 0)
         LOG_WARNING << "restarted after crash. crash counter:" << crashCounter;

@@ -1,13 +1,14 @@
 #include "hubsimulator.h"
-#include "unixsignalwatcher.h"
 
 #include <common/logginginterface.h>
+#include <common/unixsignalwatcher.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 #include <QTime>
 
+#include <csignal>
 #include <cstdio>
 
 int main(int argc, char** argv)
@@ -66,7 +67,7 @@ int main(int argc, char** argv)
         return 1;
     }
 
-    UnixSignalWatcher signalWatcher;
+    UnixSignalWatcher signalWatcher({SIGINT, SIGTERM});
     bool stopping = false;
     QObject::connect(&signalWatcher, &UnixSignalWatcher::received, &hub, [&](int signalNumber) {
         if (stopping) { // a second Ctrl-C: do not wait for the service any longer

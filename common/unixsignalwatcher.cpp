@@ -1,6 +1,6 @@
 #include "unixsignalwatcher.h"
 
-#include <common/logginginterface.h>
+#include "logginginterface.h"
 
 #include <QSocketNotifier>
 
@@ -20,7 +20,8 @@ void handleSignal(int signalNumber)
 
 } // namespace
 
-UnixSignalWatcher::UnixSignalWatcher(QObject* parent) : QObject(parent)
+UnixSignalWatcher::UnixSignalWatcher(std::initializer_list<int> signalNumbers, QObject* parent)
+    : QObject(parent), m_signals(signalNumbers)
 {
     if (::socketpair(AF_UNIX, SOCK_STREAM, 0, g_fds) != 0) {
         LOG_ERROR << "cannot create the socket pair for signal handling";
@@ -33,16 +34,16 @@ UnixSignalWatcher::UnixSignalWatcher(QObject* parent) : QObject(parent)
     action.sa_handler = handleSignal;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (int number : m_signals)
+        sigaction(number, &action, nullptr);
 }
 
 UnixSignalWatcher::~UnixSignalWatcher()
 {
     if (!m_notifier)
         return;
-    signal(SIGINT, SIG_DFL);
-    signal(SIGTERM, SIG_DFL);
+    for (int number : m_signals)
+        signal(number, SIG_DFL);
     ::close(g_fds[0]);
     ::close(g_fds[1]);
     g_fds[0] = g_fds[1] = -1;
