@@ -1,0 +1,92 @@
+#include "emulatorprocess.h"
+
+#include <QJsonDocument>
+#include <QNetworkReply>
+#include <QSignalSpy>
+
+namespace e2e {
+
+EmulatorProcess::EmulatorProcess(const QString& name, const QString& logDir) : m_process(name, logDir) {}
+
+bool EmulatorProcess::start(const QStringList& options)
+{
+    QRegularExpressionMatch match;
+    if (!m_process.start(QStringLiteral(BRIDGE_EMULATOR_EXECUTABLE), options) ||
+        !m_process.waitForOutputLine(QRegularExpression("^listening https=(\\d+) http=(\\d+)"), &match))
+        return false;
+    m_httpsPort = match.captured(1).toInt();
+    m_httpPort = match.captured(2).toInt();
+    m_bridgeId = control("GET", "/emulator")["bridgeid"].toString().toUpper();
+    return !m_bridgeId.isEmpty();
+}
+
+QJsonObject EmulatorProcess::control(const QByteArray& method, const QString& path, const QByteArray& body)
+{
+    QNetworkRequest request(QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_httpPort).arg(path)));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+    // The emulator's HTTP library wants a Content-Length on every POST and PUT.
+    QNetworkReply* reply =
+        m_network.sendCustomRequest(request, method, body.isNull() && method != "GET" ? "{}" : body);
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    if (!reply->isFinished() && !finished.wait(kWaitMs)) {
+        reply->abort();
+        reply->deleteLater();
+        qWarning("control request %s %s got no answer", method.constData(), qPrintable(path));
+        return QJsonObject();
+    }
+    reply->deleteLater();
+    const QJsonDocument answer = QJsonDocument::fromJson(reply->readAll());
+    // The request record is a list: handed over wrapped, so that every answer is an object.
+    return answer.isArray() ? QJsonObject{{"list", answer.array()}} : answer.object();
+}
+
+bool EmulatorProcess::pressLinkButton()
+{
+    return control("POST", "/emulator/linkbutton")["ok"].toBool();
+}
+
+bool EmulatorProcess::setLight(const QString& lightId, const QJsonObject& state)
+{
+    return control("PUT", "/emulator/lights/" + lightId,
+                   QJsonDocument(state).toJson(QJsonDocument::Compact))["ok"]
+        .toBool();
+}
+
+QJsonArray EmulatorProcess::lights()
+{
+    const QJsonObject all = control("GET", "/emulator/lights");
+    QJsonArray lights;
+    for (auto it = all.begin(); it != all.end(); ++it) {
+        QJsonObject light = it.value().toObject();
+        light["id"] = it.key();
+        lights.append(light);
+    }
+    return lights;
+}
+
+QStringList EmulatorProcess::userNames()
+{
+    return control("GET", "/emulator/users").keys();
+}
+
+QList<BridgeRequest> EmulatorProcess::requests(const QString& method, const QRegularExpression& pathPattern)
+{
+    QList<BridgeRequest> matching;
+    for (const QJsonValue& value : control("GET", "/emulator/requests")["list"].toArray()) {
+        const QJsonObject item = value.toObject();
+        BridgeRequest request{item["method"].toString(), item["path"].toString(),
+                              item["body"].toString().toUtf8(), item["status"].toInt()};
+        if ((!method.isEmpty() && request.method != method) || !pathPattern.match(request.path).hasMatch())
+            continue;
+        request.body = request.body.replace(' ', "").replace('\n', "");
+        matching << request;
+    }
+    return matching;
+}
+
+bool EmulatorProcess::clearRequests()
+{
+    return control("DELETE", "/emulator/requests")["ok"].toBool();
+}
+
+} // namespace e2e

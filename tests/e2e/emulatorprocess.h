@@ -1,0 +1,57 @@
+#pragma once
+
+#include "managedprocess.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+
+namespace e2e {
+
+// One request the emulated bridge recorded.
+struct BridgeRequest
+{
+    QString method;
+    QString path;
+    QByteArray body; // without blanks and line breaks
+    int status = 0;
+};
+
+// hue-bridge-emulator as a process, played through its control API.
+class EmulatorProcess
+{
+public:
+    EmulatorProcess(const QString& name, const QString& logDir);
+
+    // Starts it with these options (on free ports) and reads its ports from the "listening" line.
+    bool start(const QStringList& options);
+    bool interrupt() { return m_process.interrupt(); }
+    ManagedProcess& process() { return m_process; }
+    int httpPort() const { return m_httpPort; }
+    int httpsPort() const { return m_httpsPort; }
+    // As /api/config reports it (upper case).
+    QString bridgeId() const { return m_bridgeId; }
+
+    // A control API request ("/emulator/..."); the parsed answer, or an empty object on failure.
+    QJsonObject control(const QByteArray& method, const QString& path, const QByteArray& body = QByteArray());
+    bool pressLinkButton();
+    // Changes a light as its wall switch would: `state` holds on, bri, ct, reachable and so on.
+    bool setLight(const QString& lightId, const QJsonObject& state);
+    // The lights of the control API: id, name, kind and state.
+    QJsonArray lights();
+    QStringList userNames();
+
+    // The recorded bridge requests whose method matches and whose path matches `pathPattern`.
+    QList<BridgeRequest> requests(const QString& method = QString(),
+                                  const QRegularExpression& pathPattern = QRegularExpression(".*"));
+    bool clearRequests();
+
+private:
+    QNetworkAccessManager m_network;
+    ManagedProcess m_process;
+    int m_httpPort = 0;
+    int m_httpsPort = 0;
+    QString m_bridgeId;
+};
+
+} // namespace e2e
