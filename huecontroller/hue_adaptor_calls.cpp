@@ -8,6 +8,7 @@
 #include "hue_light.h"
 
 #include "common/logginginterface.h"
+#include "common/profiler.h"
 #include "common/messaging/hubsocketsettings.h"
 #include "common/messaging/socketinterface.h"
 
@@ -46,6 +47,7 @@ void HueAdaptor::emitRegisterDevice(const InternalId& id, const QByteArray& desc
 
 void HueAdaptor::emitSendDatapointValue(const InternalId& id, const QString& value)
 {
+    ProfileScope profile("HueAdaptor::emitSendDatapointValue");
     const auto cached = m_datapointCache.constFind(id);
     if (cached != m_datapointCache.constEnd() && *cached == value)
         return;

@@ -9,6 +9,7 @@
 #include "hue_light.h"
 
 #include "common/logginginterface.h"
+#include "common/profiler.h"
 
 #include <limits>
 
@@ -269,6 +270,7 @@ void CBridge::applySwitchOnDefaults(CLight& light, QMap<ChangeItem, QVariant>& p
 
 void CBridge::execCommands()
 {
+    ProfileScope profile("CBridge::execCommands");
     auto* timer = qobject_cast<QTimer*>(sender());
     if (!timer) {
         LOG_ERROR << "execCommands must be called by a timer";

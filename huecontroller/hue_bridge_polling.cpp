@@ -8,6 +8,7 @@
 #include "hue_light.h"
 
 #include "common/logginginterface.h"
+#include "common/profiler.h"
 #include "json/minijson.h"
 
 #include <QNetworkAccessManager>
@@ -38,6 +39,7 @@ std::unique_ptr<minijson::CEntity> parseBody(const QByteArray& body)
 
 void CBridge::pollNextItem()
 {
+    ProfileScope profile("CBridge::pollNextItem");
     // An ignored bridge keeps its turn in the controller's round but is neither checked nor polled.
     if (m_ignore)
         return;

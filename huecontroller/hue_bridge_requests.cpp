@@ -6,6 +6,7 @@
 #include "hue_bridgeapi.h"
 
 #include "common/logginginterface.h"
+#include "common/profiler.h"
 
 #include <QNetworkAccessManager>
 
@@ -34,6 +35,7 @@ quint64 CBridge::trackReply(QNetworkReply* reply)
 
 void CBridge::onReplyFinished(QNetworkReply* reply)
 {
+    ProfileScope profile("CBridge::onReplyFinished");
     if (reply == m_abortingReply)
         return;
     replyFinished(reply, false);

@@ -8,6 +8,7 @@
 #include "hue_light.h"
 
 #include "common/logginginterface.h"
+#include "common/profiler.h"
 
 #include <QSet>
 
@@ -33,6 +34,7 @@ bool isIgnoredType(const std::string& type)
 
 void BridgeAPI2::parseEventStreamData(const QByteArray& data)
 {
+    ProfileScope profile("BridgeAPI2::parseEventStreamData");
     const bool dump = g_Controller && g_Controller->dumpLightUpdates();
     const StreamEventBatch batch = parseStreamEvents(data, dump);
     for (const StreamEvent& event : batch.events) {

@@ -10,6 +10,7 @@
 #include "hue_light.h"
 
 #include "common/logginginterface.h"
+#include "common/profiler.h"
 #include "kova/kovacommon/knxscalingspeed.h"
 
 #include <cmath>
@@ -50,6 +51,7 @@ double clampPercent(double percent)
 
 bool CController::dataPointValueChanged(const InternalId& id, const QString& value)
 {
+    ProfileScope profile("CController::dataPointValueChanged");
     if (id.getKind() == InternalId::OutputDataPoint) {
         LOG_WARNING << "output datapoint value unexpected" << id << value;
         return false;

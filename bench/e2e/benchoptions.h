@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+namespace e2ebench {
+
+// What one run measures and against which service binary.
+struct BenchOptions
+{
+    bool quick = false;
+    QList<int> bridgeCounts{1, 5, 20}; // memory figures: this many bridges of 50 lights each
+    int lightsPerBridge = 50;
+    int idleSeconds = 60;
+    int writeSamples = 200; // datapoint write -> bridge request
+    int writeSpacingMs = 300;
+    int switchSamples = 100; // wall switch -> hub
+    QString servicePath;
+    bool keepFolder = false;
+};
+
+// Reads the command line; false with `error` set (or the help text when asked for) when the run
+// should not go ahead, `exitCode` saying how to end.
+bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QString* message, int* exitCode);
+
+} // namespace e2ebench

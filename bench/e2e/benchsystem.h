@@ -1,0 +1,76 @@
+#pragma once
+
+#include "serviceundertest.h"
+
+#include <bridgeemulator.h>
+
+#include <kovacommon/internalid.h>
+
+#include <QString>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+class HubSimulator;
+
+namespace e2ebench {
+
+// One emulated light as both sides know it: the bridge's light id and the hub's device serial.
+struct BenchLight
+{
+    bridgeemu::BridgeEmulator* bridge = nullptr;
+    std::string lightId;
+    InternalId device;
+};
+
+// Everything one measurement runs against, in a temporary folder: the simulated hub in this
+// process (supervising the service), emulated bridges in this process, and huecontroller as a
+// child process. `folder` (a new one for every system: the service must not find the hub
+// database of an earlier system) holds the sockets, the hub's database and the service's
+// settings, data and output.
+class BenchSystem
+{
+public:
+    BenchSystem(const QString& folder, const QString& servicePath, const QString& constDataDir);
+    ~BenchSystem();
+    BenchSystem(const BenchSystem&) = delete;
+    BenchSystem& operator=(const BenchSystem&) = delete;
+
+    QString folder() const { return m_dir; }
+    QString lastError() const { return m_error; }
+
+    // Starts the hub, then the service; true once the service has answered the run stages 0, 3
+    // and 1 and watches for bridges by mDNS.
+    bool start();
+    // Starts an emulated API version 1 bridge with `lightCount` lights (a household's mix of
+    // kinds, colour lights first) that pairs at once, and announces it by mDNS.
+    bool addBridge(int lightCount);
+    // Does what the hub's app does when a person picks a bridge that the service has listed as
+    // new: sets its state to "pair" (the bridges press their link buttons by themselves). Waits
+    // until every bridge has been listed; false after `timeoutMs`.
+    bool pairBridges(int timeoutMs);
+    // Waits until the hub knows `count` Hue devices; false after `timeoutMs`.
+    bool waitForDevices(int count, int timeoutMs);
+    int deviceCount() const;
+    // The first dimmable lights of the first bridge, with the serials the service gave them
+    // (found by the name it reports); empty when not all of them are registered yet.
+    std::vector<BenchLight> dimmableLights(int count) const;
+    // Ends the service as the hub does (stage 2, then SIGINT) and stops the bridges.
+    void stop();
+
+    HubSimulator& hub() { return *m_hub; }
+    ServiceUnderTest& service() { return *m_service; }
+
+private:
+    std::optional<InternalId> deviceNamed(const QString& displayName) const;
+
+    QString m_dir;
+    QString m_socketDir;
+    QString m_error;
+    std::unique_ptr<HubSimulator> m_hub;
+    std::unique_ptr<ServiceUnderTest> m_service;
+    std::vector<std::unique_ptr<bridgeemu::BridgeEmulator>> m_bridges;
+};
+
+} // namespace e2ebench

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+
+namespace e2ebench {
+
+// huecontroller as a real child process with settings of its own: XDG_CONFIG_HOME points at
+// <dir>/config, whose hub-wide settings name the driver's socket directory, a private data
+// folder and the build tree's light descriptions. Its own settings keep standard error quiet
+// and hold it to API version 1. Standard output and error go to <dir>/huecontroller.out/.err.
+class ServiceUnderTest
+{
+public:
+    ServiceUnderTest(QString program, QString dir, QString socketDir, QString constDataDir);
+    ~ServiceUnderTest();
+    ServiceUnderTest(const ServiceUnderTest&) = delete;
+    ServiceUnderTest& operator=(const ServiceUnderTest&) = delete;
+
+    bool start(QString* error);
+    bool isRunning() const { return m_process.state() != QProcess::NotRunning; }
+    qint64 pid() const { return m_process.processId(); }
+    // SIGINT, as the hub's supervisor ends it; killed when it has not gone after a few seconds.
+    void stop();
+
+private:
+    bool writeSettings(QString* error) const;
+
+    QString m_program;
+    QString m_dir;
+    QString m_socketDir;
+    QString m_constDataDir;
+    QProcess m_process;
+};
+
+} // namespace e2ebench
