@@ -75,30 +75,12 @@ void TestBridgeEmulatorExe::options_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("error"); // empty: accepted
     QTest::addRow("defaults") << QStringList{} << "";
-    QTest::addRow("everything") << QStringList{"--https-port",
-                                               "8443",
-                                               "--http-port=8080",
-                                               "--control-port",
-                                               "0",
-                                               "--bridge-id",
-                                               "ECB5FAFFFE0A1B2C",
-                                               "--name",
-                                               "Attic",
-                                               "--lights",
-                                               "ct:2,onoff",
-                                               "--auto-link=1500",
-                                               "--api-version",
-                                               "1.50.0",
-                                               "--sw-version",
-                                               "1950000000",
-                                               "--zigbee-channel",
-                                               "11",
-                                               "--ipv6",
-                                               "--no-groups",
-                                               "--link-window",
-                                               "-1",
-                                               "-v"}
-                                << "";
+    QTest::addRow("everything")
+        << QString("--https-port 8443 --http-port=8080 --control-port 0 --bridge-id ECB5FAFFFE0A1B2C --name "
+                   "Attic --lights ct:2,onoff --auto-link=1500 --api-version 1.50.0 --sw-version 1950000000 "
+                   "--zigbee-channel 11 --ipv6 --no-groups --link-window -1 -v")
+               .split(' ')
+        << "";
     QTest::addRow("bad bridge id") << QStringList{"--bridge-id", "12345"}
                                    << "bridge id must be 16 hexadecimal digits";
     QTest::addRow("bad light kind") << QStringList{"--lights", "disco:2"} << "--lights: unknown light kind";
@@ -147,32 +129,13 @@ void TestBridgeEmulatorExe::helpNamesEveryOptionAndRoute()
     QVERIFY(process.waitForFinished(5000));
     QCOMPARE(process.exitCode(), 0);
     const QString help = QString::fromUtf8(process.readAllStandardOutput());
-    for (const char* item : {"--https-port",
-                             "--http-port",
-                             "--control-port",
-                             "--ipv6",
-                             "--bridge-id",
-                             "--name",
-                             "--mac",
-                             "--api-version",
-                             "--sw-version",
-                             "--zigbee-channel",
-                             "--lights",
-                             "--no-groups",
-                             "--auto-link",
-                             "--link-window",
-                             "--request-log",
-                             "--verbose",
-                             "/emulator/linkbutton",
-                             "/emulator/lights/<id>",
-                             "/emulator/users/<name>",
-                             "/emulator/throttle",
-                             "/emulator/stall",
-                             "/emulator/refuse",
-                             "/emulator/accept",
-                             "/emulator/requests",
-                             "listening https=PORT"})
-        QVERIFY2(help.contains(QLatin1String(item)), item);
+    const QString items = "--https-port --http-port --control-port --ipv6 --bridge-id --name --mac "
+                          "--api-version --sw-version --zigbee-channel --lights --no-groups --auto-link "
+                          "--link-window --request-log --verbose /emulator/linkbutton /emulator/lights/<id> "
+                          "/emulator/users/<name> /emulator/throttle /emulator/stall /emulator/refuse "
+                          "/emulator/accept /emulator/requests";
+    for (const QString& item : items.split(' ') + QStringList{"listening https=PORT"})
+        QVERIFY2(help.contains(item), qPrintable(item));
 }
 
 void TestBridgeEmulatorExe::badOptionsEndTheProgram()
@@ -198,42 +161,16 @@ void TestBridgeEmulatorExe::runAndControlOverHttp()
     QCOMPARE(config["name"].toString(), QString("Demo"));
     QCOMPARE(config["apiversion"].toString(), QString("1.50.0"));
 
-    // Pairing through the link button of the control API.
-    const QString api = httpUrl(ports.http, "/api");
-    QCOMPARE(m_client.send("POST", api, R"({"devicetype":"demo#x"})").json()[0]["error"]["type"].toInt(),
-             101);
-    QCOMPARE(m_client.send("POST", httpUrl(ports.http, "/emulator/linkbutton"), "{}").json()["active"],
-             QJsonValue(true));
-    const QString user =
-        m_client.send("POST", api, R"({"devicetype":"demo#x"})").json()[0]["success"]["username"].toString();
-    QVERIFY(!user.isEmpty());
-    QCOMPARE(m_client.get(httpUrl(ports.http, "/api/" + user + "/lights")).json().object().keys(),
-             QStringList({"1", "2", "3"}));
-
-    // A wall switch, a throttle and a withdrawn key, all over HTTP.
-    QCOMPARE(
-        m_client.send("PUT", httpUrl(ports.http, "/emulator/lights/3"), R"({"on":true,"reachable":false})")
-            .status,
-        200);
-    const QJsonObject plug =
-        m_client.get(httpUrl(ports.http, "/api/" + user + "/lights/3")).json()["state"].toObject();
-    QCOMPARE(plug["on"], QJsonValue(true));
-    QCOMPARE(plug["reachable"], QJsonValue(false));
+    // A throttle set over HTTP, and the record of the bridge's traffic only, with statuses.
     QCOMPARE(m_client.send("PUT", httpUrl(ports.http, "/emulator/lights/3"), R"({"colour":1})").status, 400);
     QCOMPARE(m_client.send("POST", httpUrl(ports.http, "/emulator/throttle"), R"({"status":503,"count":1})")
                  .status,
              200);
     QCOMPARE(m_client.get(httpUrl(ports.http, "/api/config")).status, 503);
     QCOMPARE(m_client.get(httpUrl(ports.http, "/api/config")).status, 200);
-    QCOMPARE(m_client.send("DELETE", httpUrl(ports.http, "/emulator/users/" + user)).status, 200);
-    QCOMPARE(m_client.get(httpUrl(ports.http, "/api/" + user + "/lights")).json()[0]["error"]["type"].toInt(),
-             1);
-
-    // The record shows the bridge's traffic only, in order, with bodies.
     const QJsonArray record = m_client.get(httpUrl(ports.control, "/emulator/requests")).json().array();
-    QCOMPARE(record.size(), 8);
-    QCOMPARE(record[1]["body"].toString(), QString(R"({"devicetype":"demo#x"})"));
-    QCOMPARE(record[5]["status"].toInt(), 503);
+    QCOMPARE(record.size(), 3);
+    QCOMPARE(record[1]["status"].toInt(), 503);
 
     // Refused on the bridge's ports, reopened from the control port.
     QCOMPARE(m_client.send("POST", httpUrl(ports.control, "/emulator/refuse"), "{}").status, 200);

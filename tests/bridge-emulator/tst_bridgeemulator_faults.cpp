@@ -45,7 +45,6 @@ class TestBridgeEmulatorFaults : public QObject
 private slots:
     void throttling_data();
     void throttling();
-    void stallAnswersLate();
     void longStallEndsWhenReleasedOrStopped();
     void refuseAndReopen();
     void refuseOverControlApiReopensByItself();
@@ -109,24 +108,6 @@ void TestBridgeEmulatorFaults::throttling()
     QCOMPARE(m_client.get(config).status, status);
     emulator->clearThrottles();
     QCOMPARE(m_client.get(config).status, 200);
-}
-
-void TestBridgeEmulatorFaults::stallAnswersLate()
-{
-    const auto emulator = startEmulator();
-    emulator->stall(1, std::chrono::milliseconds(500), "/api/config");
-    QElapsedTimer timer;
-    timer.start();
-    QNetworkReply* reply = m_client.start("GET", httpUrl(emulator->httpPort(), "/api/config"));
-    QTRY_COMPARE(emulator->heldRequestCount(), 1);
-    QSignalSpy finished(reply, &QNetworkReply::finished);
-    QVERIFY(finished.wait(5000));
-    QVERIFY2(timer.elapsed() >= 490, qPrintable(QString::number(timer.elapsed())));
-    QCOMPARE(EmulatorTestClient::collect(reply).status, 200);
-    reply->deleteLater();
-    // Only the first matching request was held.
-    QCOMPARE(emulator->heldRequestCount(), 0);
-    QCOMPARE(m_client.get(httpUrl(emulator->httpPort(), "/api/config")).status, 200);
 }
 
 void TestBridgeEmulatorFaults::longStallEndsWhenReleasedOrStopped()

@@ -98,7 +98,6 @@ private slots:
     void eventsForEveryKindOfChange_data();
     void eventsForEveryKindOfChange();
     void changesWithinTheWindowShareOneMessage();
-    void resumesAfterLastEventId();
     void networkFaults();
     void streamNeedsAKey();
 
@@ -208,37 +207,6 @@ void TestBridgeEmulatorV2Stream::changesWithinTheWindowShareOneMessage()
     QTRY_COMPARE(stream.dataMessages().size(), 1);
     QCOMPARE(StreamReader::events(stream.dataMessages().first()).size(), 1);
     QCOMPARE(stream.resources("update", "light").size(), 2);
-}
-
-void TestBridgeEmulatorV2Stream::resumesAfterLastEventId()
-{
-    const auto emulator = startStreamingEmulator(std::chrono::minutes(1)); // only flushEvents() sends
-    const QByteArray key = QByteArray::fromStdString(emulator->addUser());
-    QStringList ids;
-    for (const int bri : {10, 20, 30}) {
-        LightChange change;
-        change.bri = bri;
-        emulator->setLightState("1", change);
-        emulator->flushEvents();
-        ids << QString::fromStdString(emulator->lastEventId());
-    }
-    QCOMPARE(ids.size(), 3);
-    QVERIFY(ids[0] != ids[1] && ids[1] != ids[2]);
-
-    StreamReader resumed(m_client, *emulator, key, ids[0].toUtf8());
-    QTRY_COMPARE(resumed.dataMessages().size(), 2);
-    QVERIFY(resumed.text.startsWith(": hi\n\n"));
-    QVERIFY(resumed.dataMessages()[0].startsWith("id: " + ids[1].toUtf8() + "\n"));
-    QVERIFY(resumed.dataMessages()[1].startsWith("id: " + ids[2].toUtf8() + "\n"));
-
-    // An id the bridge no longer knows replays nothing; the stream goes on live.
-    StreamReader unknown(m_client, *emulator, key, "1:0");
-    QTRY_VERIFY(unknown.text.startsWith(": hi"));
-    emulator->setLightState("2", LightChange{std::optional<bool>(true)}); // light 2 starts off
-    emulator->flushEvents();
-    QTRY_COMPARE(unknown.dataMessages().size(), 1);
-    QCOMPARE(unknown.resources("update", "light").first()["id"].toString().toStdString(),
-             emulator->v2LightId("2"));
 }
 
 void TestBridgeEmulatorV2Stream::networkFaults()

@@ -49,34 +49,3 @@ void TestDevice::onDataPointValueChanged(InternalId id, QString value, int token
         m_hub->call(SocketInterface::NoBlock, QStringLiteral("confirmDataPointValueChanged"), token,
                     confirmResult);
 }
-
-DiscoveryWatcher::DiscoveryWatcher(const QString& socketDir)
-    : m_system(std::make_unique<SocketInterface>(SocketConnection::LocalSocket,
-                                                 QStringLiteral("com.orlux.tamsa.system"), socketDir, nullptr,
-                                                 "watcher"))
-{
-    m_system->connectDynamicSignal(
-        "mDNSServiceChanged(bool, QByteArray, QByteArray, QByteArray, QByteArray, int, QByteArray, "
-        "QStringList)",
-        this, "onMdns(bool,QByteArray,QByteArray,QByteArray,QByteArray,int,QByteArray,QStringList)");
-    m_system->connectDynamicSignal("ssdpDiscoveryReceived(bool,int,QByteArray,QMap<QString,QString>)", this,
-                                   "onSsdp(bool,int,QByteArray,QMap<QString,QString>)");
-    m_system->connectDynamicSignal("ssdpDiscoveryExpired(QByteArray,QMap<QString,QString>)", this,
-                                   "onSsdpExpired(QByteArray,QMap<QString,QString>)");
-}
-
-void DiscoveryWatcher::onMdns(bool added, QByteArray type, QByteArray name, QByteArray domain,
-                              QByteArray host, int port, QByteArray address, QStringList txt)
-{
-    mdns.append({added, type, name, domain, host, port, address, txt});
-}
-
-void DiscoveryWatcher::onSsdp(bool alive, int maxAge, QByteArray type, QMap<QString, QString> headers)
-{
-    ssdp.append({alive, maxAge, type, QVariant::fromValue(headers)});
-}
-
-void DiscoveryWatcher::onSsdpExpired(QByteArray type, QMap<QString, QString> headers)
-{
-    expired.append({type, QVariant::fromValue(headers)});
-}

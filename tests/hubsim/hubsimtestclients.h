@@ -44,30 +44,6 @@ private:
     std::unique_ptr<SocketInterface> m_hub;
 };
 
-// A client of the system service subscribed to its discovery signals, with the signatures
-// exactly as the Hue service writes them; records each signal's arguments.
-class DiscoveryWatcher : public QObject
-{
-    Q_OBJECT
-
-public:
-    explicit DiscoveryWatcher(const QString& socketDir);
-    SocketInterface& system() { return *m_system; }
-
-    QList<QVariantList> mdns;
-    QList<QVariantList> ssdp;
-    QList<QVariantList> expired;
-
-public slots:
-    void onMdns(bool added, QByteArray type, QByteArray name, QByteArray domain, QByteArray host, int port,
-                QByteArray address, QStringList txt);
-    void onSsdp(bool alive, int maxAge, QByteArray type, QMap<QString, QString> headers);
-    void onSsdpExpired(QByteArray type, QMap<QString, QString> headers);
-
-private:
-    std::unique_ptr<SocketInterface> m_system;
-};
-
 // The Hue service's adaptor as the supervisor sees it: it records the run stages it is sent.
 class FakeHueController : public SocketAdaptor
 {

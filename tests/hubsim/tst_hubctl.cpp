@@ -21,7 +21,6 @@ private slots:
     void devicesAsJsonParse_data();
     void devicesAsJsonParse();
     void writeShowsTheConfirmation();
-    void supervisedServiceIsStoppedWithTheHub();
 };
 
 namespace {
@@ -162,24 +161,6 @@ void TestHubctl::writeShowsTheConfirmation()
         runHubctl({"--socket-dir", dir.path(), "write", "BEED00020003", "0", "1", "--timeout", "100"});
     QCOMPARE(text.exitCode, 1);
     QVERIFY2(text.out.contains("NOT confirmed within 100 ms"), text.out.constData());
-}
-
-void TestHubctl::supervisedServiceIsStoppedWithTheHub()
-{
-    QTemporaryDir dir;
-    FakeHueController service;
-    QVERIFY(service.startLocalServer(dir.path()));
-
-    QProcess hubsim;
-    QSignalSpy finished(&hubsim, qOverload<int, QProcess::ExitStatus>(&QProcess::finished));
-    hubsim.start(QStringLiteral(HUBSIM_EXECUTABLE), {"--socket-dir", dir.path(), "--supervise"});
-    QTRY_COMPARE_WITH_TIMEOUT(service.stages, (QList<int>{0, 3, 1}), 20000);
-
-    hubsim.terminate(); // SIGTERM
-    QVERIFY(finished.wait(20000));
-    QCOMPARE(hubsim.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(hubsim.exitCode(), 0);
-    QCOMPARE(service.stages, (QList<int>{0, 3, 1, 2}));
 }
 
 QTEST_GUILESS_MAIN(TestHubctl)

@@ -80,18 +80,13 @@ void TestMiniJson::parseErrors_data()
     QTest::addColumn<int>("position");
 
     QTest::addRow("empty") << QByteArray("") << QByteArray("Empty input") << 0;
-    QTest::addRow("only white space") << QByteArray(" \r\n\t ") << QByteArray("Empty input") << 5;
     QTest::addRow("bare number") << QByteArray("42") << QByteArray("Syntax error") << 0;
-    QTest::addRow("bare string") << QByteArray(" \"a\"") << QByteArray("Syntax error") << 1;
     QTest::addRow("bare literal") << QByteArray("true") << QByteArray("Syntax error") << 0;
     QTest::addRow("extra after array") << QByteArray("[] x") << QByteArray("Extra bytes at end of json") << 3;
-    QTest::addRow("second object") << QByteArray("{}{}") << QByteArray("Extra bytes at end of json") << 2;
     QTest::addRow("exponent") << QByteArray("[1e5]")
                               << QByteArray("Syntax error: Expected ']' at or after position 2") << 2;
     QTest::addRow("plus sign") << QByteArray("[+1]")
                                << QByteArray("Syntax error: Expected 'value' at or after position 1") << 1;
-    QTest::addRow("unclosed array") << QByteArray("[1, 2")
-                                    << QByteArray("Syntax error: Expected ']' at or after position 5") << 5;
     QTest::addRow("trailing comma") << QByteArray("[1,]")
                                     << QByteArray("Syntax error: Expected 'value' at or after position 3")
                                     << 3;
@@ -101,19 +96,13 @@ void TestMiniJson::parseErrors_data()
                                    << QByteArray("Syntax error: Expected ']' at or after position 7") << 7;
     QTest::addRow("missing colon") << QByteArray("{\"a\" 1}")
                                    << QByteArray("Syntax error: Expected ':' at or after position 5") << 5;
-    QTest::addRow("missing member comma")
-        << QByteArray("{\"a\":1 \"b\":2}") << QByteArray("Syntax error: Expected '}' at or after position 7")
-        << 7;
     QTest::addRow("unclosed object") << QByteArray("{\"a\":1")
                                      << QByteArray("Syntax error: Expected '}' at or after position 6") << 6;
     QTest::addRow("name not a string")
         << QByteArray("{1:2}") << QByteArray("Syntax error: Expected '\"' at or after position 1") << 1;
-    QTest::addRow("trailing member comma")
-        << QByteArray("{\"a\":1,}") << QByteArray("Syntax error: Expected '\"' at or after position 7") << 7;
     QTest::addRow("missing member value")
         << QByteArray("{\"a\":}") << QByteArray("Syntax error: Expected 'value' at or after position 5") << 5;
     QTest::addRow("unclosed string") << QByteArray("[1, \"abc") << QByteArray("Closing \" not found") << 4;
-    QTest::addRow("unclosed name") << QByteArray("{\"ab") << QByteArray("Closing \" not found") << 1;
     QTest::addRow("backslash at end") << QByteArray("[\"ab\\") << QByteArray("Closing \" not found") << 1;
     QTest::addRow("short \\u") << QByteArray("[\"x\\u12") << QByteArray("Invalid \\u escaping") << 1;
     QTest::addRow("non-hex \\u") << QByteArray("{\"k\":\"\\u12G4\"}") << QByteArray("Invalid \\u escaping")
@@ -177,8 +166,6 @@ void TestMiniJson::unicodeEscapes_data()
 
     QTest::addRow("ASCII") << QByteArray("\\u0041") << QByteArray("A");
     QTest::addRow("e acute") << QByteArray("\\u00E9") << QByteArray("\xC3\xA9");
-    QTest::addRow("lower-case hex") << QByteArray("\\u00e9") << QByteArray("\xC3\xA9");
-    QTest::addRow("two-byte maximum") << QByteArray("\\u07FF") << QByteArray("\xDF\xBF");
     QTest::addRow("three-byte minimum") << QByteArray("\\u0800") << QByteArray("\xE0\xA0\x80");
     QTest::addRow("euro") << QByteArray("\\u20AC") << QByteArray("\xE2\x82\xAC");
     QTest::addRow("surrogates not paired")
@@ -245,11 +232,9 @@ void TestMiniJson::numberConversions_data()
     QTest::addRow("fraction truncated") << QByteArray("12.7") << 12 << 12.7;
     QTest::addRow("leading zeros") << QByteArray("007") << 7 << 7.0;
     QTest::addRow("lone minus") << QByteArray("-") << 0 << 0.0;
-    QTest::addRow("lone point") << QByteArray(".") << 0 << 0.0;
     QTest::addRow("no leading digit") << QByteArray(".5") << 0 << 0.5;
     QTest::addRow("two points") << QByteArray("1.2.3") << 1 << 1.2;
     QTest::addRow("above int range") << QByteArray("99999999999") << INT_MAX << 99999999999.0;
-    QTest::addRow("below int range") << QByteArray("-99999999999.5") << INT_MIN << -99999999999.5;
     QTest::addRow("beyond double range") << QByteArray("1" + QByteArray(400, '0')) << INT_MAX << qInf();
 }
 
@@ -309,16 +294,6 @@ void TestMiniJson::accessorErrors_data()
     row(
         "Object", [](CEntity& root) { root["a"].Object(); }, "Object() failed for non CObject entity");
     row(
-        "Array", [](CEntity& root) { root["s"].Array(); }, "Array() failed for non CArray entity");
-    row(
-        "String", [](CEntity& root) { root["n"].String(); }, "String() failed for non CString entity");
-    row(
-        "Number", [](CEntity& root) { root["s"].Number(); }, "Number() failed for non CNumber entity");
-    row(
-        "Boolean", [](CEntity& root) { root["z"].Boolean(); }, "Boolean() failed for non CBoolean entity");
-    row(
-        "Null", [](CEntity& root) { root["b"].Null(); }, "Null() failed for non CNull entity");
-    row(
         "StringValue", [](CEntity& root) { root["n"].StringValue(); },
         "Called StringValue for non string entity");
     row(
@@ -330,8 +305,6 @@ void TestMiniJson::accessorErrors_data()
         "operator[](int) is only allowed for arrays and objects");
     row(
         "index past array", [](CEntity& root) { root["a"][1]; }, "index 1 out of bounds for EntityAtIndex()");
-    row(
-        "index past object", [](CEntity& root) { root[5]; }, "index 5 out of bounds for EntityAtIndex()");
     row(
         "member name index", [](CEntity& root) { root.Object().MemberNameByIndex(-1); },
         "index -1 out of bounds for MemberNameByIndex()");

@@ -101,18 +101,14 @@ void TestColorConvert::scales_data()
     row("bri 127", kBriToApi, 127, 50.30434782608696);
     row("100% -> 254", kBriToHue, 100, 254);
     row("0.5% -> 1", kBriToHue, 0.5, 1);
-    row("50%", kBriToHue, 50, 126);
     row("1.2% rounds up", kBriToHue, 1.2, 2);
     row("1.19% rounds down", kBriToHue, 1.19, 1);
-    row("99.7%", kBriToHue, 99.7, 253);
     row("hue 32768", kHueToApi, 32768, 50.00076295109483);
     row("100% -> 65535", kHueToHue, 100, 65535);
     row("50%: half rounds away", kHueToHue, 50, 32768);
     row("75%: half rounds away", kSatToHue, 75, 191);
-    row("50% sat", kSatToHue, 50, 127);
     row("default 303: 50.17", kCtToPercent, 303, 50, 153, 454);
     row("IKEA 153 clamps", kCtToPercent, 153, 100, 250, 454);
-    row("IKEA 352", kCtToPercent, 352, 50, 250, 454);
     row("OSRAM 454 clamps", kCtToPercent, 454, 0, 153, 370);
     row("equal limits", kCtToPercent, 300, 0, 300, 300);
     row("inverted limits: lower bound last", kCtToPercent, 300, 100, 454, 153);
@@ -150,7 +146,6 @@ void TestColorConvert::hsb_data()
     QTest::addRow("white") << 0xFE000000u << 0xFFFFFFu << BothWays;
     QTest::addRow("grey: half rounds up") << 0x7F000000u << 0x808080u << BothWays;
     QTest::addRow("red") << 0xFEFE0000u << 0xFF0000u << BothWays;
-    QTest::addRow("green") << 0xFEFE5555u << 0x00FF00u << BothWays;
     QTest::addRow("blue") << 0xFEFEAAABu << 0x0000FFu << BothWays;
     QTest::addRow("magenta: red wins the tie") << 0xFEFED555u << 0xFF00FFu << BothWays;
     QTest::addRow("last hue is red") << 0xFEFEFFFFu << 0xFF0000u << ToRgb;
@@ -191,17 +186,12 @@ void TestColorConvert::gamutClamp_data()
     QTest::addColumn<bool>("inside");
     QTest::addColumn<XYPoint>("moved");
     QTest::addRow("C red corner") << kC << kC.red << true << kC.red;
-    QTest::addRow("C green corner") << kC << kC.green << true << kC.green;
-    QTest::addRow("C blue corner") << kC << kC.blue << true << kC.blue;
     QTest::addRow("full: on red-green") << kFull << XYPoint{0.5f, 0.5f} << true << XYPoint{0.5f, 0.5f};
-    QTest::addRow("full: on blue-red") << kFull << XYPoint{0.25f, 0} << true << XYPoint{0.25f, 0};
-    QTest::addRow("full: on green-blue") << kFull << XYPoint{0, 0.3f} << true << XYPoint{0, 0.3f};
     QTest::addRow("full: just below") << kFull << XYPoint{0.5f, -0.001f} << false << XYPoint{0.5f, 0};
     QTest::addRow("onto red-green") << kC << XYPoint{0.4f, 0.8f} << false << XYPoint{0.269048f, 0.625619f};
     QTest::addRow("onto blue-red") << kC << XYPoint{0.5f, 0} << false << XYPoint{0.415716f, 0.174728f};
     QTest::addRow("onto green-blue") << kC << XYPoint{0.1f, 0.3f} << false << XYPoint{0.15953f, 0.298448f};
     QTest::addRow("beyond red") << kC << XYPoint{0.8f, 0.2f} << false << kC.red;
-    QTest::addRow("beyond green") << kC << XYPoint{0.1f, 0.9f} << false << kC.green;
     QTest::addRow("beyond blue") << kC << XYPoint{0, 0} << false << kC.blue;
 }
 
@@ -271,7 +261,6 @@ void TestColorConvert::xy_data()
     const XYPoint white = ColorConvert::whitepointC();
     QTest::addRow("white") << 0xFFFFFFu << white << 255 << BothWays;
     QTest::addRow("red corner") << 0xFF0000u << kC.red << 86 << BothWays;
-    QTest::addRow("green corner") << 0x00FF00u << kC.green << 161 << BothWays;
     QTest::addRow("orange") << 0xFF8000u << XYPoint{0.61286894f, 0.36742407f} << 121 << BothWays;
     QTest::addRow("dark green: linear segment")
         << 0xFF0A00u << XYPoint{0.69069176f, 0.30898241f} << 86 << BothWays;
@@ -343,7 +332,6 @@ void TestColorConvert::lookup_data()
     const XYPoint wa = ColorConvert::whitepointA(), wb = ColorConvert::whitepointB(),
                   wc = ColorConvert::whitepointC();
     QTest::addRow("type A") << "A" << kA << "" << wa;
-    QTest::addRow("type C") << "C" << kC << "" << wc;
     QTest::addRow("type beats model") << "C" << kC << "LCT001" << wc;
     QTest::addRow("model LCT001 -> B") << "" << kB << "LCT001" << wb;
     QTest::addRow("model LLC010 -> A") << "" << kA << "LLC010" << wa;
@@ -390,12 +378,10 @@ void TestColorConvert::parse_data()
     QTest::addRow("upper case, tail ignored") << false << "0A0B0Cxyz" << 0x0A0B0Cu << true << "";
     QTest::addRow("empty: no log") << false << "" << 0u << false << "";
     QTest::addRow("too short") << false << "#ff80" << 0u << false << "Parse error, string too short";
-    QTest::addRow("five digits") << false << "ff800" << 0u << false << "Parse error, string too short";
     QTest::addRow("not hex") << false << "ff80zz" << 0u << false << "Parse error, not a valid number ff80zz";
     QTest::addRow("negative") << false << "#-fff00" << 0u << false
                               << "Parse error, values out of bounds in string #-fff00";
     QTest::addRow("hsv decimal 0x12345678") << true << "305419896" << 0x78561234u << true << "";
-    QTest::addRow("hsv leading zero") << true << "010" << 0x0A000000u << true << "";
     QTest::addRow("hsv largest") << true << "4294967295" << 0xFFFFFFFFu << true << "";
     const QString hsvError = "hsv string could not be converted to uint ";
     QTest::addRow("hsv hex text") << true << "12ab" << 0u << false << hsvError + "12ab";

@@ -39,7 +39,6 @@ private slots:
     void initTestCase();
     void init();
     void cleanup();
-    void registration();
     void inputDatapoint_data();
     void inputDatapoint();
     void dimming_data();
@@ -179,20 +178,6 @@ void TestDatapoints::cleanup()
         each->stopDimming();
         each->commandTimer()->stop();
         each->pendingCommands().clear();
-    }
-}
-
-void TestDatapoints::registration()
-{
-    for (const QString file : {"1hue-rgb-ww", "2hue-w", "3hue-dimmable", "4hue-onoff"}) {
-        QFile description(ConstDataDir + "/hue/" + file.mid(1) + ".xml");
-        QVERIFY(description.open(QIODevice::ReadOnly));
-        QCOMPARE(device(file[0])->descriptionXml, description.readAll());
-        const auto emulated = m_emu->light(file.left(1).toStdString());
-        QCOMPARE(device(file[0])->attributes.value("displayName").toStdString(), emulated->name);
-        QCOMPARE(device(file[0])->attributes.value("hueModelId").toStdString(),
-                 emulated->description.modelId);
-        QTRY_COMPARE(hubValue(file[0], "Switch status"), "1"); // switched on by init()
     }
 }
 

@@ -25,8 +25,8 @@ private slots:
 
     void roundTrip_data();
     void roundTrip();
-    void everyTypeRoundTrips_data();
-    void everyTypeRoundTrips();
+    void typesWhoseNamesDifferRoundTrip_data();
+    void typesWhoseNamesDifferRoundTrip();
     void tcpServerWritesPortFile();
     void refusedConnections_data();
     void refusedConnections();
@@ -137,32 +137,19 @@ void TestSocketCalls::roundTrip()
              QByteArray("tester"));
 }
 
-void TestSocketCalls::everyTypeRoundTrips_data()
+void TestSocketCalls::typesWhoseNamesDifferRoundTrip_data()
 {
+    // The codec checks every value type byte for byte; over sockets, the types whose names in a
+    // signature differ from what the caller writes must still find the right overload.
     QTest::addColumn<SocketArgument>("value");
-    QVariantMap nested{{"n", 1}, {"list", QVariantList{true, 2.5, QByteArray("b")}}};
-    QTest::addRow("QString") << SocketArgument(QStringLiteral("grün"));
-    QTest::addRow("QByteArray") << SocketArgument(QByteArray("\0\x01\xff", 3));
-    QTest::addRow("char") << SocketArgument('x');
-    QTest::addRow("short") << SocketArgument(qint16(-1234));
-    QTest::addRow("int") << SocketArgument(qint32(-100000));
     QTest::addRow("qlonglong") << SocketArgument(-(qint64(1) << 40));
-    QTest::addRow("uchar") << SocketArgument(quint8(250));
-    QTest::addRow("ushort") << SocketArgument(quint16(65000));
-    QTest::addRow("uint") << SocketArgument(quint32(4000000000u));
-    QTest::addRow("qulonglong") << SocketArgument(quint64(1) << 63);
-    QTest::addRow("bool") << SocketArgument(true);
-    QTest::addRow("QList<int>") << SocketArgument(QList<int>{1, -2, 3});
-    QTest::addRow("QStringList") << SocketArgument(QStringList{"a", "", "c"});
     QTest::addRow("InternalId") << SocketArgument(
         InternalId::makeOutputDataPointSerial(0xBEED, 0x10005, 1, 2));
-    QTest::addRow("double") << SocketArgument(-0.15625);
     QTest::addRow("QMap<QString,QString>") << SocketArgument(QMap<QString, QString>{{"k", "v"}, {"x", ""}});
-    QTest::addRow("QVariantMap") << SocketArgument(nested);
-    QTest::addRow("QVariantList") << SocketArgument(QVariantList{1, QByteArray("x"), nested});
+    QTest::addRow("QVariantMap") << SocketArgument(QVariantMap{{"n", 1}, {"l", QVariantList{true, 2.5}}});
 }
 
-void TestSocketCalls::everyTypeRoundTrips()
+void TestSocketCalls::typesWhoseNamesDifferRoundTrip()
 {
     QFETCH(SocketArgument, value);
     auto client = connectClient();
