@@ -11,6 +11,7 @@
 #include "logcapture.h"
 
 #include <QSignalSpy>
+#include <QPointer>
 #include <QtTest>
 
 using namespace hue;
@@ -311,8 +312,9 @@ void TestBridgeAPI2Stream::geofenceClient()
         QCOMPARE(env.requests("POST", clientPath).size(), std::size_t(1));
     } else if (situation == "deleted") {
         QNetworkRequest request = v2(*first)->createRequest("geofence_client/" + registered);
-        QNetworkReply* reply = env.nam().deleteResource(request);
-        QTRY_VERIFY(reply->isFinished());
+        // The bridges' reply funnel on the shared manager deletes the reply once it is done.
+        const QPointer<QNetworkReply> reply = env.nam().deleteResource(request);
+        QTRY_VERIFY(!reply || reply->isFinished());
         QVERIFY(openStream(env, *first));
         LogCapture log;
         v2(*first)->updateGeofenceName(); // the rename fails: the client is looked for anew
