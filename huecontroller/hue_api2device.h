@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hue_api2services.h"
 #include "hue_light.h"
 
 #include "json/minijson.h"
@@ -19,14 +20,9 @@ class API2Device : public QObject
     Q_OBJECT
 public:
     // A resource that cannot be read ("services" missing or malformed).
-    class Exception
+    class Exception : public API2ResourceException
     {
-    public:
-        explicit Exception(QString message) : m_message(std::move(message)) {}
-        const QString& message() const { return m_message; }
-
-    private:
-        QString m_message;
+        using API2ResourceException::API2ResourceException;
     };
 
     // Parses the resource; throws Exception when it lacks "services" or they are malformed.

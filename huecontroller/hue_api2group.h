@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hue_api2services.h"
 #include "hue_bridgechangeflags.h"
 
 #include "json/minijson.h"
@@ -36,14 +37,9 @@ public:
     static constexpr float kDefaultY = 0.3768f;
 
     // A resource that cannot be read.
-    class Exception
+    class Exception : public API2ResourceException
     {
-    public:
-        explicit Exception(QString message) : m_message(std::move(message)) {}
-        const QString& message() const { return m_message; }
-
-    private:
-        QString m_message;
+        using API2ResourceException::API2ResourceException;
     };
 
     // Throws Exception when "id_v1" or "services" is missing or malformed.

@@ -8,6 +8,18 @@
 
 namespace hue {
 
+// What a CLIP v2 resource mirror throws when a resource cannot be read; each mirror derives its
+// own type so that callers catch per kind of resource.
+class API2ResourceException
+{
+public:
+    explicit API2ResourceException(QString message) : m_message(std::move(message)) {}
+    const QString& message() const { return m_message; }
+
+private:
+    QString m_message;
+};
+
 // The "rid" of every entry of a resource's "services" whose "rtype" is "light". Devices, rooms
 // and zones list their lights this way; a malformed list throws the caller's exception type.
 template <typename ExceptionType> QList<QByteArray> api2LightServices(const minijson::CObject& resource)
