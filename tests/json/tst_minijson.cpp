@@ -81,7 +81,6 @@ void TestMiniJson::parseErrors_data()
 
     QTest::addRow("empty") << QByteArray("") << QByteArray("Empty input") << 0;
     QTest::addRow("bare number") << QByteArray("42") << QByteArray("Syntax error") << 0;
-    QTest::addRow("bare literal") << QByteArray("true") << QByteArray("Syntax error") << 0;
     QTest::addRow("extra after array") << QByteArray("[] x") << QByteArray("Extra bytes at end of json") << 3;
     QTest::addRow("exponent") << QByteArray("[1e5]")
                               << QByteArray("Syntax error: Expected ']' at or after position 2") << 2;
@@ -100,8 +99,6 @@ void TestMiniJson::parseErrors_data()
                                      << QByteArray("Syntax error: Expected '}' at or after position 6") << 6;
     QTest::addRow("name not a string")
         << QByteArray("{1:2}") << QByteArray("Syntax error: Expected '\"' at or after position 1") << 1;
-    QTest::addRow("missing member value")
-        << QByteArray("{\"a\":}") << QByteArray("Syntax error: Expected 'value' at or after position 5") << 5;
     QTest::addRow("unclosed string") << QByteArray("[1, \"abc") << QByteArray("Closing \" not found") << 4;
     QTest::addRow("backslash at end") << QByteArray("[\"ab\\") << QByteArray("Closing \" not found") << 1;
     QTest::addRow("short \\u") << QByteArray("[\"x\\u12") << QByteArray("Invalid \\u escaping") << 1;
@@ -219,7 +216,6 @@ void TestMiniJson::writeIndented()
     QCOMPARE(bytes(tree->ToString(true, "  ", 0)), expected);
     // A subtree printed at level 1 with a tab indent.
     QCOMPARE(bytes((*tree)["xy"].ToString(true, "\t", 1)), QByteArray("[\n\t\t0.3,\n\t\t0.4\n\t]"));
-    QCOMPARE(compact(*tree), QByteArray(R"({"on":{"on":true},"xy":[0.3,0.4],"e":{},"l":[],"n":"a\"b"})"));
 }
 
 void TestMiniJson::numberConversions_data()
@@ -229,7 +225,6 @@ void TestMiniJson::numberConversions_data()
     QTest::addColumn<double>("asDouble");
 
     QTest::addRow("negative fraction") << QByteArray("-1.5") << -1 << -1.5;
-    QTest::addRow("fraction truncated") << QByteArray("12.7") << 12 << 12.7;
     QTest::addRow("leading zeros") << QByteArray("007") << 7 << 7.0;
     QTest::addRow("lone minus") << QByteArray("-") << 0 << 0.0;
     QTest::addRow("no leading digit") << QByteArray(".5") << 0 << 0.5;

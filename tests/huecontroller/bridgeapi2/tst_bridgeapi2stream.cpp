@@ -10,8 +10,8 @@
 #include "emulatedbridge.h"
 #include "logcapture.h"
 
-#include <QSignalSpy>
 #include <QPointer>
+#include <QSignalSpy>
 #include <QtTest>
 
 using namespace hue;
@@ -20,13 +20,13 @@ namespace {
 
 constexpr char kSerial[] = "HUB123";
 
-bridgeemu::EmulatorConfig threeLights(bool groups = false)
+bridgeemu::EmulatorConfig threeLights()
 {
     bridgeemu::EmulatorConfig config;
     config.lights = {{bridgeemu::LightKind::ExtendedColor},
                      {bridgeemu::LightKind::ColorTemperature},
                      {bridgeemu::LightKind::Dimmable}};
-    config.defaultGroups = groups;
+    config.defaultGroups = false;
     return config;
 }
 
@@ -82,7 +82,6 @@ private slots:
     void pingAndSilenceAbort();
     void geofenceClient_data();
     void geofenceClient();
-    void groupsThroughVersion1();
 };
 
 void TestBridgeAPI2Stream::dialectChoice_data()
@@ -91,9 +90,6 @@ void TestBridgeAPI2Stream::dialectChoice_data()
     QTest::addColumn<bool>("switched");
     QTest::addColumn<QByteArray>("logged");
     QTest::addRow("clip v2 over https") << "" << true << QByteArray("switches to API version 2");
-    QTest::addRow("old firmware") << "v1 firmware" << false << QByteArray();
-    QTest::addRow("plain http") << "http" << false
-                                << QByteArray("failed to connect via https - falling back to v1 API");
     QTest::addRow("forced to version 1") << "forceAPI1" << false << QByteArray();
     QTest::addRow("lights known") << "light" << false
                                   << QByteArray("there are already known lights - staying on v1 API");
@@ -104,20 +100,15 @@ void TestBridgeAPI2Stream::dialectChoice()
     QFETCH(QString, setup);
     QFETCH(bool, switched);
     QFETCH(QByteArray, logged);
-    EmulatedBridge env({}, setup == "v1 firmware" ? EmulatedBridge::Firmware::ApiVersion1
-                                                  : EmulatedBridge::Firmware::ClipV2);
+    EmulatedBridge env({}, EmulatedBridge::Firmware::ClipV2);
     setConfig("hue/forceAPI1", setup == "forceAPI1" ? "1" : "0");
-    const int port = setup == "http" ? env.emulator().httpPort() : env.emulator().httpsPort();
-    auto bridge = env.makeBridge(port, QString::fromStdString(env.emulator().addUser()));
+    auto bridge =
+        env.makeBridge(env.emulator().httpsPort(), QString::fromStdString(env.emulator().addUser()));
     setConfig("hue/forceAPI1", "0");
     if (setup == "light")
         bridge->addLight(new CLight(bridge.get(), "1", "1", 1, ItemLight, LightDimmable));
     LogCapture log;
     bridge->checkUsernameRegistered(true);
-    if (setup == "http") { // the https attempt fails and falls back; the second check gets the answer
-        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_NETWORK);
-        bridge->checkUsernameRegistered(false);
-    }
     QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
     QCOMPARE(bridge->api()->supportsV2(), switched);
     QVERIFY(logged.isEmpty() || log.contains(logged));
@@ -291,7 +282,6 @@ void TestBridgeAPI2Stream::pingAndSilenceAbort()
 void TestBridgeAPI2Stream::geofenceClient_data()
 {
     QTest::addColumn<QString>("situation");
-    QTest::addRow("registered") << "none";
     QTest::addRow("found") << "existing";
     QTest::addRow("registered again after an error") << "deleted";
 }
@@ -324,20 +314,6 @@ void TestBridgeAPI2Stream::geofenceClient()
         QVERIFY(v2(*first)->geofenceClientId() != registered);
         QCOMPARE(env.requests("POST", clientPath).size(), std::size_t(2));
     }
-}
-
-void TestBridgeAPI2Stream::groupsThroughVersion1()
-{
-    EmulatedBridge env(threeLights(true), EmulatedBridge::Firmware::ClipV2);
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge);
-    bridge->onConfigValueChanged(QStringLiteral("hue/useGroups"), QStringLiteral("1"), true);
-    QVERIFY(pollUntilClientKnown(*bridge));
-    int groups = 0;
-    for (const CLight* light : bridge->lights())
-        groups += light->itemType() == ItemGroup ? 1 : 0;
-    QCOMPARE(groups, int(env.emulator().groupIds().size()));
-    QVERIFY(paths(env, "GET", "/api/").contains("/api/" + bridge->userName() + "/groups"));
 }
 
 QTEST_GUILESS_MAIN(TestBridgeAPI2Stream)
