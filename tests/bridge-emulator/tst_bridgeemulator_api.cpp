@@ -218,16 +218,16 @@ void TestBridgeEmulatorApi::lightObjects_data()
                               << "" << 0 << 0;
     QTest::addRow("colour temperature")
         << "ct"
-        << "Color temperature light" << dimmable + QStringList{"ct", "colormode"} << "ct"
+        << "Color temperature light" << QStringList(dimmable + QStringList{"ct", "colormode"}) << "ct"
         << "" << 153 << 454;
     QTest::addRow("colour, gamut A") << "color"
-                                     << "Color light" << dimmable + color << "xy"
+                                     << "Color light" << QStringList(dimmable + color) << "xy"
                                      << "A" << 0 << 0;
     QTest::addRow("colour, gamut B") << "color-b"
-                                     << "Color light" << dimmable + color << "xy"
+                                     << "Color light" << QStringList(dimmable + color) << "xy"
                                      << "B" << 0 << 0;
     QTest::addRow("extended colour") << "extended"
-                                     << "Extended color light" << dimmable + QStringList{"ct"} + color << "ct"
+                                     << "Extended color light" << QStringList(dimmable + QStringList{"ct"} + color) << "ct"
                                      << "C" << 153 << 500;
 }
 

@@ -12,10 +12,13 @@ bool EmulatorProcess::start(const QStringList& options)
 {
     QRegularExpressionMatch match;
     if (!m_process.start(QStringLiteral(BRIDGE_EMULATOR_EXECUTABLE), options) ||
-        !m_process.waitForOutputLine(QRegularExpression("^listening https=(\\d+) http=(\\d+)"), &match))
+        !m_process.waitForOutputLine(
+            QRegularExpression("^listening https=(\\d+) http=(\\d+)(?: control=\\d+)?(?: shared=(\\d+))?"),
+            &match))
         return false;
     m_httpsPort = match.captured(1).toInt();
     m_httpPort = match.captured(2).toInt();
+    m_sharedPort = match.captured(3).toInt();
     m_bridgeId = control("GET", "/emulator")["bridgeid"].toString().toUpper();
     return !m_bridgeId.isEmpty();
 }
@@ -74,8 +77,10 @@ QList<BridgeRequest> EmulatorProcess::requests(const QString& method, const QReg
     QList<BridgeRequest> matching;
     for (const QJsonValue& value : control("GET", "/emulator/requests")["list"].toArray()) {
         const QJsonObject item = value.toObject();
-        BridgeRequest request{item["method"].toString(), item["path"].toString(),
-                              item["body"].toString().toUtf8(), item["status"].toInt()};
+        BridgeRequest request{item["method"].toString(),        item["path"].toString(),
+                              item["body"].toString().toUtf8(), item["status"].toInt(),
+                              item["scheme"].toString(),        item["port"].toInt(),
+                              item["headers"].toObject()};
         if ((!method.isEmpty() && request.method != method) || !pathPattern.match(request.path).hasMatch())
             continue;
         request.body = request.body.replace(' ', "").replace('\n', "");

@@ -15,6 +15,9 @@ struct BridgeRequest
     QString path;
     QByteArray body; // without blanks and line breaks
     int status = 0;
+    QString scheme;
+    int port = 0;
+    QJsonObject headers;
 };
 
 // hue-bridge-emulator as a process, played through its control API.
@@ -29,6 +32,7 @@ public:
     ManagedProcess& process() { return m_process; }
     int httpPort() const { return m_httpPort; }
     int httpsPort() const { return m_httpsPort; }
+    int sharedPort() const { return m_sharedPort; } // 0 without --shared-port
     // As /api/config reports it (upper case).
     QString bridgeId() const { return m_bridgeId; }
 
@@ -51,6 +55,7 @@ private:
     ManagedProcess m_process;
     int m_httpPort = 0;
     int m_httpsPort = 0;
+    int m_sharedPort = 0;
     QString m_bridgeId;
 };
 

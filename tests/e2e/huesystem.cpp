@@ -34,7 +34,8 @@ EmulatorProcess* HueSystem::addBridge(const QStringList& options)
 {
     auto bridge =
         std::make_unique<EmulatorProcess>(QStringLiteral("bridge%1").arg(m_bridges.size() + 1), m_dir.path());
-    if (!bridge->start(QStringList{"--api", "v1", "--verbose"} + options))
+    const QStringList api = options.contains("--api") ? QStringList() : QStringList{"--api", "v1"};
+    if (!bridge->start(api + QStringList{"--verbose"} + options))
         return nullptr;
     m_bridges.push_back(std::move(bridge));
     return m_bridges.back().get();
@@ -42,9 +43,10 @@ EmulatorProcess* HueSystem::addBridge(const QStringList& options)
 
 bool HueSystem::announceByMdns(EmulatorProcess& bridge)
 {
-    const HubctlAnswer answer = m_hub.hubctl(
-        {"mdns", "announce", "Philips Hue - " + bridge.bridgeId().right(6), "127.0.0.1",
-         QString::number(bridge.httpPort()), "bridgeid=" + bridge.bridgeId().toLower(), "modelid=BSB002"});
+    const int port = bridge.sharedPort() > 0 ? bridge.sharedPort() : bridge.httpPort();
+    const HubctlAnswer answer =
+        m_hub.hubctl({"mdns", "announce", "Philips Hue - " + bridge.bridgeId().right(6), "127.0.0.1",
+                      QString::number(port), "bridgeid=" + bridge.bridgeId().toLower(), "modelid=BSB002"});
     return answer.exitCode == 0 && answer.object()["subscribers"].toInt() == 1;
 }
 

@@ -26,11 +26,12 @@ public:
 
     // hubsim, then the service; true once the supervisor has had stages 0, 3 and 1 answered.
     bool start();
-    // A bridge emulator with these options (API v1, no default groups unless the options say
-    // otherwise); null when it does not come up.
+    // A bridge emulator with these options (API v1 unless they name an --api); null when it
+    // does not come up.
     EmulatorProcess* addBridge(const QStringList& options);
 
-    // The bridge as the hub's mDNS browser would report it (address 127.0.0.1, its http port).
+    // The bridge as the hub's mDNS browser would report it (address 127.0.0.1, its shared port
+    // when it has one, else its http port).
     bool announceByMdns(EmulatorProcess& bridge);
     // The bridge as the hub's SSDP service would report it (its UPnP description document).
     bool announceBySsdp(EmulatorProcess& bridge);

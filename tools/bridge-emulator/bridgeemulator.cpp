@@ -6,6 +6,7 @@
 #include "faultrules.h"
 #include "httplistener.h"
 #include "requestrouter.h"
+#include "sharedportfront.h"
 #include "taskscheduler.h"
 #include "v2events.h"
 #include "v2render.h"
@@ -48,6 +49,9 @@ struct BridgeEmulator::Impl
     bool openSet(ListenerSet& set, int port, bool controlOnly, const ServerCertificate* certificate,
                  std::string* error);
     void closeSet(ListenerSet& set);
+    bool openShared(std::string* error);
+    // A request that came through the shared port carries that port.
+    HttpRequest asReceived(const HttpRequest& request) const;
 
     EmulatorConfig config;
     std::string identityError;
@@ -67,6 +71,8 @@ struct BridgeEmulator::Impl
     mutable std::mutex listenerMutex; // guards everything below but the ports
     std::unique_ptr<ServerCertificate> certificate;
     ListenerSet https, http, control;
+    SharedPortFront shared;
+    std::atomic<int> sharedPort{-1};
     bool running = false;
     bool refusing = false;
 
@@ -104,10 +110,10 @@ ListenerCallbacks BridgeEmulator::Impl::callbacks(bool controlOnly)
     if (controlOnly)
         result.handle = [this](const HttpRequest& request) { return router.routeControlOnly(request); };
     else
-        result.handle = [this](const HttpRequest& request) { return router.route(request); };
+        result.handle = [this](const HttpRequest& request) { return router.route(asReceived(request)); };
     result.answeredByLibrary = [this, controlOnly](const HttpRequest& request, int status) {
         if (!controlOnly)
-            router.recordLibraryAnswer(request, status);
+            router.recordLibraryAnswer(asReceived(request), status);
     };
     result.runLater = [this](std::function<void()> action) { scheduler.runSoon(std::move(action)); };
     return result;
@@ -142,6 +148,26 @@ void BridgeEmulator::Impl::closeSet(ListenerSet& set)
 {
     for (const auto& listener : set.listeners)
         listener->stop();
+}
+
+bool BridgeEmulator::Impl::openShared(std::string* error)
+{
+    if (config.sharedPort < 0)
+        return true;
+    const int port = sharedPort > 0 ? sharedPort.load() : config.sharedPort;
+    if (!shared.start(port, https.port, http.port, error))
+        return false;
+    sharedPort = shared.port();
+    return true;
+}
+
+HttpRequest BridgeEmulator::Impl::asReceived(const HttpRequest& request) const
+{
+    if (sharedPort < 0 || !shared.relaysFrom(request.remotePort))
+        return request;
+    HttpRequest relayed = request;
+    relayed.localPort = sharedPort;
+    return relayed;
 }
 
 namespace {
@@ -203,8 +229,10 @@ bool BridgeEmulator::start(std::string* error)
                    error) &&
         (d->config.controlPort < 0 ||
          d->openSet(d->control, d->control.port > 0 ? d->control.port.load() : d->config.controlPort, true,
-                    nullptr, error));
+                    nullptr, error)) &&
+        d->openShared(error);
     if (!opened) {
+        d->shared.stop();
         d->closeSet(d->https);
         d->closeSet(d->http);
         d->closeSet(d->control);
@@ -231,6 +259,7 @@ void BridgeEmulator::stop()
     d->events.dropAll();
     std::lock_guard<std::mutex> lock(d->listenerMutex);
     d->closeSet(d->control);
+    d->shared.stop();
     d->closeSet(d->https);
     d->closeSet(d->http);
     d->running = false;
@@ -259,6 +288,11 @@ int BridgeEmulator::controlPort() const
 {
     std::lock_guard<std::mutex> lock(d->listenerMutex);
     return d->control.port;
+}
+
+int BridgeEmulator::sharedPort() const
+{
+    return d->sharedPort;
 }
 
 std::string BridgeEmulator::certificatePem() const
@@ -493,6 +527,7 @@ bool BridgeEmulator::refuseConnections()
     // requests arriving while the sockets close must not start holding either.
     d->faults.abortHeld(true);
     d->events.dropAll();
+    d->shared.stop();
     d->closeSet(d->https);
     d->closeSet(d->http);
     d->faults.resumeAfterAbort();
@@ -516,7 +551,7 @@ bool BridgeEmulator::acceptConnections(std::string* error)
     if (!d->refusing)
         return true;
     const bool opened = d->openSet(d->https, d->https.port, false, d->certificate.get(), error) &&
-                        d->openSet(d->http, d->http.port, false, nullptr, error);
+                        d->openSet(d->http, d->http.port, false, nullptr, error) && d->openShared(error);
     d->refusing = !opened;
     return opened;
 }

@@ -30,6 +30,10 @@ struct EmulatorConfig
     int httpPort = 0;
     int controlPort = -1;
     bool alsoIpv6 = false; // listen on ::1 as well, on the same port numbers
+    // One more port on 127.0.0.1 that serves TLS and plain HTTP alike, told apart by each
+    // connection's first byte, as a real bridge's one address does; requests through it are
+    // recorded with its number. 0 picks a free one; -1 leaves it out.
+    int sharedPort = -1;
 
     std::chrono::milliseconds linkButtonWindow{30000};      // negative: stays active once pressed
     std::optional<std::chrono::milliseconds> autoLinkAfter; // press the button this long after start
@@ -91,6 +95,7 @@ public:
     int httpsPort() const;
     int httpPort() const;
     int controlPort() const; // -1 without a control port
+    int sharedPort() const;  // -1 without a shared port
     std::string certificatePem() const;
 
     // Identity. The bridge id and MAC are fixed at construction; the rest may change at any time.

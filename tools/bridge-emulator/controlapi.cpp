@@ -295,6 +295,7 @@ HttpResponse summary(BridgeEmulator& emulator)
     object.SetInt("https_port", emulator.httpsPort());
     object.SetInt("http_port", emulator.httpPort());
     object.SetInt("control_port", emulator.controlPort());
+    object.SetInt("shared_port", emulator.sharedPort());
     object.SetBoolean("refusing", emulator.isRefusingConnections());
     object.SetBoolean("linkbutton", emulator.linkButtonActive());
     object.SetInt("held", emulator.heldRequestCount());

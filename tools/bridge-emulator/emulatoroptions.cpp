@@ -87,6 +87,11 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
             config.alsoIpv6 = true;
         } else if (name == "--no-groups") {
             config.defaultGroups = false;
+        } else if (name == "--shared-port") {
+            // An optional value: "--shared-port" takes a free port, "--shared-port=N" port N.
+            config.sharedPort = 0;
+            if (value && !parseInt(*value, 0, 65535, config.sharedPort))
+                return fail("--shared-port takes a port number");
         } else if (name == "--auto-link") {
             // An optional value: "--auto-link" presses at once, "--auto-link=MS" after MS.
             int delay = 0;
@@ -135,7 +140,7 @@ A Philips Hue bridge (REST API version 1 and CLIP API version 2 with its event s
 127.0.0.1 for tests and the demo. It serves HTTPS with a self-signed certificate whose common
 name is the bridge id, plain HTTP, and a control API under /emulator/ on both.
 When it is ready it prints one line on standard output:
-    listening https=PORT http=PORT [control=PORT]
+    listening https=PORT http=PORT [control=PORT] [shared=PORT]
 SIGINT or SIGTERM ends it.
 
 Options:
@@ -143,6 +148,9 @@ Options:
   --http-port N         HTTP port (default 0: a free port)
   --control-port N      an extra port that serves only /emulator/ and stays open while the
                         bridge refuses connections (default: none; 0: a free port)
+  --shared-port[=N]     one more port (N, or a free one) that serves HTTPS and plain HTTP
+                        alike, told apart by each connection's first byte, as a real bridge's
+                        one address does (https on 443, http on 80); 127.0.0.1 only
   --ipv6                listen on ::1 as well, on the same port numbers
   --bridge-id HEX       16 hex digits (default 001788fffe123456)
   --name TEXT           bridge name (default "Philips hue")

@@ -25,6 +25,7 @@ struct HttpRequest
     std::string body;
     std::string scheme; // "https" or "http"
     int localPort = 0;
+    int remotePort = 0; // the client's
 
     // First header of that name (case-insensitive), or empty.
     std::string header(std::string_view name) const;

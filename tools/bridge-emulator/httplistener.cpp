@@ -34,6 +34,7 @@ HttpRequest convertRequest(const httplib::Request& request, const char* scheme, 
     converted.body = request.body;
     converted.scheme = scheme;
     converted.localPort = port;
+    converted.remotePort = request.remote_port;
     return converted;
 }
 

@@ -38,11 +38,12 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "hue-bridge-emulator: %s\n", error.c_str());
         return 1;
     }
+    std::printf("listening https=%d http=%d", emulator.httpsPort(), emulator.httpPort());
     if (emulator.controlPort() >= 0)
-        std::printf("listening https=%d http=%d control=%d\n", emulator.httpsPort(), emulator.httpPort(),
-                    emulator.controlPort());
-    else
-        std::printf("listening https=%d http=%d\n", emulator.httpsPort(), emulator.httpPort());
+        std::printf(" control=%d", emulator.controlPort());
+    if (emulator.sharedPort() >= 0)
+        std::printf(" shared=%d", emulator.sharedPort());
+    std::printf("\n");
     std::fflush(stdout);
     std::fprintf(stderr, "hue-bridge-emulator: bridge %s \"%s\" with %zu lights on 127.0.0.1\n",
                  emulator.bridgeId().c_str(), emulator.identity().name.c_str(), emulator.lightIds().size());
