@@ -50,8 +50,9 @@ void CController::registerLight(const CLight& light)
         return;
     }
     LOG_INFO << "registering light" << light.hueId() << "as" << light.deviceSerial();
+    // The values follow once the hub reports the device ready (deviceReady): sent before, the
+    // hub would have nowhere to put them yet.
     hub->emitRegisterDevice(light.deviceSerial(), light.device()->xml());
-    sendCurrentValues(light);
 }
 
 void CController::changedLight(CLight* light, ChangeFlags flags)
