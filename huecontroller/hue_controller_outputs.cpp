@@ -59,26 +59,34 @@ void CController::changedColorMode(const CLight& light, VNColorMode mode)
                     mode == ColorModeTemperature ? QStringLiteral("ct") : QStringLiteral("hsv"));
 }
 
-void CController::changedColorRgb(const CLight& light, const QString& rgb)
+namespace {
+// The light model keeps colours as hexadecimal text; the hub's output datapoints take the number
+// in decimal (the adaptor writes it back as hexadecimal of the datapoint's width).
+bool hexColorToDecimal(const QString& color, QString* decimal)
 {
     bool ok = false;
-    const uint value = rgb.toUInt(&ok, 16);
+    const uint value = color.toUInt(&ok, 16);
     if (!ok) {
-        LOG_WARNING << "Failed to convert color from string to integer" << rgb;
-        return;
+        LOG_WARNING << "Failed to convert color from string to integer" << color;
+        return false;
     }
-    sendOutputValue(light, ODP_INFO_RGB_COLOR, QString::number(value));
+    *decimal = QString::number(value);
+    return true;
+}
+} // namespace
+
+void CController::changedColorRgb(const CLight& light, const QString& rgb)
+{
+    QString decimal;
+    if (hexColorToDecimal(rgb, &decimal))
+        sendOutputValue(light, ODP_INFO_RGB_COLOR, decimal);
 }
 
 void CController::changedColorHSV(const CLight& light, const QString& hsv)
 {
-    bool ok = false;
-    const uint value = hsv.toUInt(&ok, 16);
-    if (!ok) {
-        LOG_WARNING << "Failed to convert color from string to integer" << hsv;
-        return;
-    }
-    sendOutputValue(light, ODP_INFO_HSV_COLOR, QString::number(value));
+    QString decimal;
+    if (hexColorToDecimal(hsv, &decimal))
+        sendOutputValue(light, ODP_INFO_HSV_COLOR, decimal);
 }
 
 void CController::changedTimedDimming(const CLight& light, double percent, int duration)
