@@ -4,15 +4,20 @@
 //   - datapoint write -> the light's PUT arriving at the bridge (the 200 ms coalescing included),
 //   - a wall-switch change at the bridge -> the new output value arriving at the hub (polling),
 //   - resident memory with 1, 5 and 20 bridges of 50 lights, and CPU time over an idle period,
-// and prints the command and a small table. Figures only; nothing here passes or fails.
+// and prints the command and a small table. With --api v2 it instead runs an event storm (every
+// light of a bridge changed at once, over and over) through a CLIP v2 bridge, whose changes the
+// service follows on the event stream, and the same storm through an API version 1 bridge that
+// it polls, and prints both side by side. Figures only; nothing here passes or fails.
 //
-// Run: bench_e2e_service [--quick] [--bridges 1,5,20] [--idle-seconds 60] [--service PATH] [--keep]
+// Run: bench_e2e_service [--quick] [--api v1|v2] [--storm-seconds 30] [--storm-interval 200]
+//                        [--bridges 1,5,20] [--idle-seconds 60] [--service PATH] [--keep]
 #include "benchoptions.h"
 #include "benchresults.h"
 #include "benchsystem.h"
 #include "eventwait.h"
 #include "latencyprobes.h"
 #include "procstats.h"
+#include "stormcomparison.h"
 
 #include <common/logginginterface.h>
 
@@ -163,12 +168,21 @@ int main(int argc, char** argv)
     if (options.keepFolder)
         progress(QStringLiteral("settings, sockets and logs in %1").arg(folder.path()));
 
+    const QString constDataDir = QStringLiteral(HUE_CONST_DATA_DIR);
+    if (options.api == BenchApi::V2) {
+        StormComparison comparison;
+        comparison.command = app.arguments().join(QLatin1Char(' '));
+        comparison.service = options.servicePath;
+        measureEventStorms(options, folder.path(), constDataDir, &comparison);
+        std::fputs(qPrintable(formatStormComparison(comparison)), stdout);
+        return comparison.problems.isEmpty() ? 0 : 1;
+    }
+
     BenchResults results;
     results.command = app.arguments().join(QLatin1Char(' '));
     results.service = options.servicePath;
     results.lightsPerBridge = options.lightsPerBridge;
     results.writeSpacingMs = options.writeSpacingMs;
-    const QString constDataDir = QStringLiteral(HUE_CONST_DATA_DIR);
 
     measureOneBridge(options, folder.path(), constDataDir, &results);
     for (int bridges : options.bridgeCounts) {

@@ -20,6 +20,16 @@ bool parseCounts(const QString& text, QList<int>* counts)
     return !counts->isEmpty();
 }
 
+bool parsePositive(const QString& text, int lowest, int highest, int* value)
+{
+    bool ok = false;
+    const int number = text.toInt(&ok);
+    if (!ok || number < lowest || number > highest)
+        return false;
+    *value = number;
+    return true;
+}
+
 } // namespace
 
 bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QString* message, int* exitCode)
@@ -28,11 +38,14 @@ bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QStr
     parser.setApplicationDescription(QStringLiteral(
         "Measures huecontroller end to end, run as a separate process against the simulated hub and\n"
         "emulated API v1 bridges in this process (loopback and local sockets only): datapoint write to\n"
-        "bridge request, wall switch to hub value, resident memory with many bridges, idle CPU time."));
+        "bridge request, wall switch to hub value, resident memory with many bridges, idle CPU time.\n"
+        "With --api v2: an event storm through a CLIP v2 bridge and the same storm through API v1\n"
+        "polling, side by side: events applied per second, latency, memory, CPU time."));
     parser.addHelpOption();
     const QCommandLineOption quick(
         QStringLiteral("quick"),
-        QStringLiteral("100 writes, 20 wall-switch changes, 5 s idle: a run of about 90 s."));
+        QStringLiteral(
+            "100 writes, 20 wall-switch changes, 5 s idle (about 90 s); storms of 5 s with --api v2."));
     const QCommandLineOption bridges(QStringLiteral("bridges"),
                                      QStringLiteral("Bridge counts for the memory figures (default 1,5,20)."),
                                      QStringLiteral("LIST"));
@@ -40,11 +53,23 @@ bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QStr
         QStringLiteral("idle-seconds"),
         QStringLiteral("Length of the idle CPU measurement (default 60, 5 with --quick)."),
         QStringLiteral("N"));
+    const QCommandLineOption api(
+        QStringLiteral("api"),
+        QStringLiteral("v1: the API version 1 figures (default); v2: the event storm, CLIP v2 beside v1."),
+        QStringLiteral("v1|v2"));
+    const QCommandLineOption storm(
+        QStringLiteral("storm-seconds"),
+        QStringLiteral("Length of each event storm with --api v2 (default 30, 5 with --quick)."),
+        QStringLiteral("N"));
+    const QCommandLineOption interval(
+        QStringLiteral("storm-interval"),
+        QStringLiteral("Milliseconds between two changes of every light in the storm (default 200)."),
+        QStringLiteral("MS"));
     const QCommandLineOption service(QStringLiteral("service"), QStringLiteral("The huecontroller binary."),
                                      QStringLiteral("PATH"));
     const QCommandLineOption keep(
         QStringLiteral("keep"), QStringLiteral("Keep the run folder (settings, sockets, databases, logs)."));
-    parser.addOptions({quick, bridges, idle, service, keep});
+    parser.addOptions({quick, api, storm, interval, service, keep, bridges, idle});
 
     *exitCode = 2;
     if (!parser.parse(arguments)) {
@@ -65,6 +90,24 @@ bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QStr
         options->idleSeconds = 5;
         options->writeSamples = 100;
         options->switchSamples = 20;
+        options->stormSeconds = 5;
+    }
+    if (parser.isSet(api)) {
+        const QString value = parser.value(api);
+        if (value != QLatin1String("v1") && value != QLatin1String("v2")) {
+            *message = QStringLiteral("--api takes v1 or v2");
+            return false;
+        }
+        options->api = value == QLatin1String("v2") ? BenchApi::V2 : BenchApi::V1;
+    }
+    if (parser.isSet(storm) && !parsePositive(parser.value(storm), 1, 3600, &options->stormSeconds)) {
+        *message = QStringLiteral("--storm-seconds takes a number of seconds from 1 to 3600");
+        return false;
+    }
+    if (parser.isSet(interval) &&
+        !parsePositive(parser.value(interval), 10, 10000, &options->stormIntervalMs)) {
+        *message = QStringLiteral("--storm-interval takes milliseconds from 10 to 10000");
+        return false;
     }
     if (parser.isSet(bridges) && !parseCounts(parser.value(bridges), &options->bridgeCounts)) {
         *message = QStringLiteral("--bridges takes counts from 1 to 100, e.g. 1,5,20");

@@ -6,16 +6,27 @@
 
 namespace e2ebench {
 
+// Which figures a run takes: the API version 1 figures (latencies, memory, idle CPU), or the
+// event storm through a CLIP v2 bridge beside the same storm through API version 1 polling.
+enum class BenchApi
+{
+    V1,
+    V2
+};
+
 // What one run measures and against which service binary.
 struct BenchOptions
 {
     bool quick = false;
+    BenchApi api = BenchApi::V1;
     QList<int> bridgeCounts{1, 5, 20}; // memory figures: this many bridges of 50 lights each
     int lightsPerBridge = 50;
     int idleSeconds = 60;
     int writeSamples = 200; // datapoint write -> bridge request
     int writeSpacingMs = 300;
-    int switchSamples = 100; // wall switch -> hub
+    int switchSamples = 100;   // wall switch -> hub
+    int stormSeconds = 30;     // event storm: every light changed every stormIntervalMs
+    int stormIntervalMs = 200; // twice the bridge's event window: one message per round
     QString servicePath;
     bool keepFolder = false;
 };

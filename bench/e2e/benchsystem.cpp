@@ -4,6 +4,7 @@
 
 #include <communicationservice.h>
 #include <databaseservice.h>
+#include <datapointids.h>
 #include <hubsimulator.h>
 #include <supervisor.h>
 #include <systemservice.h>
@@ -26,14 +27,17 @@ const char* const kHueServiceType = "_hue._tcp";
 // Colour lights first, so that the lights the latency probes use are dimmable whatever the count.
 const char* const kLightMix[] = {"extended", "ct", "dimmable", "color", "onoff"};
 const int kLightMixShare[] = {40, 30, 20, 6, 4}; // percent of the lights, in the order above
+// Without on/off plugs: every light reports a brightness.
+const int kDimmableMixShare[] = {40, 30, 24, 6, 0};
 
-std::vector<bridgeemu::LightSpec> householdLights(int count, int bridgeNumber)
+std::vector<bridgeemu::LightSpec> benchLights(int count, int bridgeNumber, LightMix mix)
 {
+    const int* shares = mix == LightMix::Household ? kLightMixShare : kDimmableMixShare;
     std::string text;
     int left = count;
     for (std::size_t kind = 0; kind < std::size(kLightMix) && left > 0; ++kind) {
-        const bool last = kind + 1 == std::size(kLightMix);
-        const int share = last ? left : std::min(left, std::max(1, count * kLightMixShare[kind] / 100));
+        const bool last = kind + 1 == std::size(kLightMix) || shares[kind + 1] == 0;
+        const int share = last ? left : std::min(left, std::max(1, count * shares[kind] / 100));
         text += (text.empty() ? "" : ",") + std::string(kLightMix[kind]) + ':' + std::to_string(share);
         left -= share;
     }
@@ -88,16 +92,22 @@ bool BenchSystem::start()
     return true;
 }
 
-bool BenchSystem::addBridge(int lightCount)
+bool BenchSystem::addBridge(int lightCount, BridgeFirmware firmware, LightMix mix)
 {
     const int number = int(m_bridges.size()) + 1;
     bridgeemu::EmulatorConfig config;
     config.identity.bridgeId = QStringLiteral("001788fffe%1").arg(0xbe0000 + number, 6, 16).toStdString();
     config.identity.name = "Bench bridge " + std::to_string(number);
-    // Firmware from before CLIP v2: the service stays on API version 1 and polls.
-    config.identity.swVersion = "1941132080";
-    config.clipV2 = false;
-    config.lights = householdLights(lightCount, number);
+    if (firmware == BridgeFirmware::Api1) {
+        // Firmware from before CLIP v2: the service stays on API version 1 and polls.
+        config.identity.swVersion = "1941132080";
+        config.clipV2 = false;
+    } else {
+        // The emulator's current firmware. The service reaches CLIP v2 only over HTTPS on the
+        // announced port and identifies the bridge over plain HTTP on it: one port for both.
+        config.sharedPort = 0;
+    }
+    config.lights = benchLights(lightCount, number, mix);
     config.defaultGroups = false;
     config.autoLinkAfter = std::chrono::milliseconds(0);
     config.linkButtonWindow = std::chrono::milliseconds(-1);
@@ -111,7 +121,8 @@ bool BenchSystem::addBridge(int lightCount)
     const QString id = QString::fromStdString(bridge->bridgeId());
     const SystemService::Announcement announced = m_hub->system()->mdnsService(
         true, kHueServiceType, QStringLiteral("Philips Hue - %1").arg(id.right(6).toUpper()),
-        QStringLiteral("hue-bench-%1.local").arg(number), QStringLiteral("127.0.0.1"), bridge->httpPort(),
+        QStringLiteral("hue-bench-%1.local").arg(number), QStringLiteral("127.0.0.1"),
+        firmware == BridgeFirmware::Api1 ? bridge->httpPort() : bridge->sharedPort(),
         {QStringLiteral("bridgeid=") + id, QStringLiteral("modelid=BSB002")});
     m_bridges.push_back(std::move(bridge));
     if (!announced.ok || announced.subscribers == 0) {
@@ -162,6 +173,39 @@ bool BenchSystem::waitForDevices(int count, int timeoutMs)
         return true;
     m_error = QStringLiteral("%1 of %2 lights registered at the hub").arg(deviceCount()).arg(count);
     return false;
+}
+
+bool BenchSystem::waitForClipV2(int timeoutMs)
+{
+    if (m_bridges.empty())
+        return false;
+    bridgeemu::BridgeEmulator& bridge = *m_bridges.front();
+    // The record is only read once the stream is open: copying it every few ms would cost the
+    // service CPU time.
+    bool resources = false;
+    bool stream = false;
+    if (waitUntil([&] { return bridge.eventStreamCount() > 0; }, timeoutMs)) {
+        for (const bridgeemu::RecordedRequest& request : bridge.requests()) {
+            resources = resources || request.target.rfind("/clip/v2/resource", 0) == 0;
+            stream = stream || (request.method == "GET" && request.target == "/eventstream/clip/v2");
+        }
+    }
+    if (resources && stream)
+        return true;
+    m_error = QStringLiteral("the service did not move to CLIP v2 (resources read: %1, event stream: %2)")
+                  .arg(resources ? "yes" : "no", stream ? "open" : "never asked for");
+    return false;
+}
+
+QString BenchSystem::outputId(const InternalId& device, const QString& name) const
+{
+    const RegisteredDevice* registered = m_hub->communication()->registry().device(device);
+    QString error;
+    const DataPointInfo* point =
+        registered ? registered->description.resolve({DataPointInfo::Output}, name, &error) : nullptr;
+    return point ? QString::fromLatin1(
+                       datapointids::idFor(device, DataPointInfo::Output, point->index).toString())
+                 : QString();
 }
 
 std::optional<InternalId> BenchSystem::deviceNamed(const QString& displayName) const

@@ -24,6 +24,21 @@ struct BenchLight
     InternalId device;
 };
 
+// What the emulated bridge runs: firmware from before CLIP v2 (the service polls API version 1),
+// or current firmware announced on its port for both schemes (the service moves to CLIP v2).
+enum class BridgeFirmware
+{
+    Api1,
+    ClipV2
+};
+
+// Which lights a bridge has: a household's mix of every kind, or only kinds with a brightness.
+enum class LightMix
+{
+    Household,
+    Dimmable
+};
+
 // Everything one measurement runs against, in a temporary folder: the simulated hub in this
 // process (supervising the service), emulated bridges in this process, and huecontroller as a
 // child process. `folder` (a new one for every system: the service must not find the hub
@@ -43,9 +58,10 @@ public:
     // Starts the hub, then the service; true once the service has answered the run stages 0, 3
     // and 1 and watches for bridges by mDNS.
     bool start();
-    // Starts an emulated API version 1 bridge with `lightCount` lights (a household's mix of
-    // kinds, colour lights first) that pairs at once, and announces it by mDNS.
-    bool addBridge(int lightCount);
+    // Starts an emulated bridge with `lightCount` lights (colour lights first) that pairs at
+    // once, and announces it by mDNS.
+    bool addBridge(int lightCount, BridgeFirmware firmware = BridgeFirmware::Api1,
+                   LightMix mix = LightMix::Household);
     // Does what the hub's app does when a person picks a bridge that the service has listed as
     // new: sets its state to "pair" (the bridges press their link buttons by themselves). Waits
     // until every bridge has been listed; false after `timeoutMs`.
@@ -53,6 +69,11 @@ public:
     // Waits until the hub knows `count` Hue devices; false after `timeoutMs`.
     bool waitForDevices(int count, int timeoutMs);
     int deviceCount() const;
+    // Waits until the service reads the first bridge's CLIP v2 resources and holds its event
+    // stream open, as the bridge's request record shows; false after `timeoutMs`.
+    bool waitForClipV2(int timeoutMs);
+    // The hub identifier of a device's output datapoint `name`; empty when it has none.
+    QString outputId(const InternalId& device, const QString& name) const;
     // The first dimmable lights of the first bridge, with the serials the service gave them
     // (found by the name it reports); empty when not all of them are registered yet.
     std::vector<BenchLight> dimmableLights(int count) const;

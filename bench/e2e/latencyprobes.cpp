@@ -3,7 +3,6 @@
 #include "eventwait.h"
 
 #include <communicationservice.h>
-#include <datapointids.h>
 #include <hubeventlog.h>
 #include <hubsimulator.h>
 
@@ -61,18 +60,6 @@ const bridgeemu::RecordedRequest* requestFor(const std::vector<bridgeemu::Record
     return nullptr;
 }
 
-// The hub identifier of a light's "Brightness status" output.
-QString brightnessOutput(BenchSystem& system, const InternalId& device)
-{
-    const RegisteredDevice* registered = system.hub().communication()->registry().device(device);
-    QString error;
-    const DataPointInfo* point =
-        registered ? registered->description.resolve({DataPointInfo::Output},
-                                                     QStringLiteral("Brightness status"), &error)
-                   : nullptr;
-    return point ? text(datapointids::idFor(device, DataPointInfo::Output, point->index)) : QString();
-}
-
 } // namespace
 
 LatencySamples measureWriteToRequest(BenchSystem& system, const std::vector<BenchLight>& lights, int samples,
@@ -121,7 +108,7 @@ LatencySamples measureSwitchToHub(BenchSystem& system, const std::vector<BenchLi
     LatencySamples result;
     std::vector<QString> outputs;
     for (const BenchLight& light : lights)
-        outputs.push_back(brightnessOutput(system, light.device));
+        outputs.push_back(system.outputId(light.device, QStringLiteral("Brightness status")));
 
     QString awaited;
     SteadyTime reportedAt;

@@ -64,4 +64,12 @@ double cpuSeconds(qint64 pid)
     return double(ticks) / double(sysconf(_SC_CLK_TCK));
 }
 
+double runSeconds(qint64 pid)
+{
+    const QByteArray schedstat = readProcFile(pid, "schedstat");
+    bool ok = false;
+    const qint64 nanoseconds = schedstat.simplified().split(' ').value(0).toLongLong(&ok);
+    return ok ? double(nanoseconds) / 1e9 : -1;
+}
+
 } // namespace e2ebench

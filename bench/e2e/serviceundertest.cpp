@@ -46,7 +46,8 @@ bool ServiceUnderTest::writeSettings(QString* error) const
     hub.setValue(QStringLiteral("data/constpath"), m_constDataDir);
     QSettings own(folder + QStringLiteral("/huecontroller.conf"), QSettings::IniFormat);
     own.setValue(QStringLiteral("logging/silenceisgolden"), 1);
-    own.setValue(QStringLiteral("debug/forceAPI1"), 1);
+    if (m_forceApi1)
+        own.setValue(QStringLiteral("debug/forceAPI1"), 1);
     hub.sync();
     own.sync();
     if (hub.status() != QSettings::NoError || own.status() != QSettings::NoError) {

@@ -8,7 +8,8 @@ namespace e2ebench {
 // huecontroller as a real child process with settings of its own: XDG_CONFIG_HOME points at
 // <dir>/config, whose hub-wide settings name the driver's socket directory, a private data
 // folder and the build tree's light descriptions. Its own settings keep standard error quiet
-// and hold it to API version 1. Standard output and error go to <dir>/huecontroller.out/.err.
+// and, unless told otherwise, hold it to API version 1. Standard output and error go to
+// <dir>/huecontroller.out/.err.
 class ServiceUnderTest
 {
 public:
@@ -17,6 +18,9 @@ public:
     ServiceUnderTest(const ServiceUnderTest&) = delete;
     ServiceUnderTest& operator=(const ServiceUnderTest&) = delete;
 
+    // Off: the service moves a bridge of current firmware to CLIP v2 as it would on a hub. Takes
+    // effect at the next start().
+    void setForceApi1(bool force) { m_forceApi1 = force; }
     bool start(QString* error);
     bool isRunning() const { return m_process.state() != QProcess::NotRunning; }
     qint64 pid() const { return m_process.processId(); }
@@ -30,6 +34,7 @@ private:
     QString m_dir;
     QString m_socketDir;
     QString m_constDataDir;
+    bool m_forceApi1 = true;
     QProcess m_process;
 };
 
