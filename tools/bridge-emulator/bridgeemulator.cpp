@@ -193,8 +193,8 @@ BridgeEmulator::BridgeEmulator(EmulatorConfig config)
         if (!loadClipDump(d->config.clipDumpPath, d->model.clip, &identityError) && d->identityError.empty())
             d->identityError = identityError;
     } else {
-        for (const LightSpec& spec : d->config.lights)
-            d->model.lights.addLight(spec);
+        for (const LightSpec& wanted : d->config.lights)
+            d->model.lights.addLight(wanted);
         if (d->config.defaultGroups)
             addDefaultGroups(d->model.lights);
     }
@@ -408,12 +408,12 @@ std::optional<LightSnapshot> BridgeEmulator::light(const std::string& id) const
     return snapshotOf(*light);
 }
 
-std::string BridgeEmulator::addLight(const LightSpec& spec)
+std::string BridgeEmulator::addLight(const LightSpec& wanted)
 {
     std::string id;
     {
         std::lock_guard<std::mutex> lock(d->modelMutex);
-        id = d->model.lights.addLight(spec);
+        id = d->model.lights.addLight(wanted);
     }
     d->noteChange();
     return id;

@@ -121,7 +121,7 @@ public:
     // Lights and groups.
     std::vector<std::string> lightIds() const;
     std::optional<LightSnapshot> light(const std::string& id) const;
-    std::string addLight(const LightSpec& spec);
+    std::string addLight(const LightSpec& wanted);
     bool removeLight(const std::string& id);
     // Changes a light as its wall switch or a power cut would: whatever its state, nothing
     // recorded as a request. Only the parameters the light has are taken.

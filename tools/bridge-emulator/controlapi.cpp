@@ -139,20 +139,20 @@ HttpResponse handleLights(BridgeEmulator& emulator, const HttpRequest& request, 
         return HttpResponse::json(lights);
     }
     if (rest.size() == 1 && request.method == "POST") {
-        LightSpec spec;
+        LightSpec wanted;
         const auto kind = lightKindFromName(body.GetString("type", "extended"));
         if (!kind)
             return failure(400, "unknown light type (onoff, dimmable, ct, color, extended)");
-        spec.kind = *kind;
+        wanted.kind = *kind;
         const std::string gamut = body.GetString("gamut");
         if (gamut == "A" || gamut == "B" || gamut == "C")
-            spec.gamut = gamut == "A" ? GamutType::A : gamut == "B" ? GamutType::B : GamutType::C;
+            wanted.gamut = gamut == "A" ? GamutType::A : gamut == "B" ? GamutType::B : GamutType::C;
         else if (!gamut.empty())
             return failure(400, "gamut must be A, B or C");
-        spec.modelId = body.GetString("modelid");
-        spec.name = body.GetString("name");
+        wanted.modelId = body.GetString("modelid");
+        wanted.name = body.GetString("name");
         auto result = std::make_unique<CObject>();
-        result->SetString("id", emulator.addLight(spec));
+        result->SetString("id", emulator.addLight(wanted));
         return ok(std::move(result));
     }
     if (rest.size() != 2)

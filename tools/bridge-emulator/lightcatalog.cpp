@@ -68,17 +68,17 @@ GamutType defaultGamut(LightKind kind)
     return GamutType::None;
 }
 
-const Model& pickModel(const LightSpec& spec, int serial)
+const Model& pickModel(const LightSpec& wanted, int serial)
 {
-    const std::vector<Model>& models = modelsOf(spec.kind);
+    const std::vector<Model>& models = modelsOf(wanted.kind);
     for (const Model& model : models) {
-        if (!spec.modelId.empty() && spec.modelId == model.modelId)
+        if (!wanted.modelId.empty() && wanted.modelId == model.modelId)
             return model;
     }
-    const GamutType gamut = spec.gamut.value_or(defaultGamut(spec.kind));
+    const GamutType gamut = wanted.gamut.value_or(defaultGamut(wanted.kind));
     std::vector<const Model*> matching;
     for (const Model& model : models) {
-        if (model.gamut == gamut || !kindHasColor(spec.kind))
+        if (model.gamut == gamut || !kindHasColor(wanted.kind))
             matching.push_back(&model);
     }
     if (matching.empty())
@@ -132,16 +132,16 @@ const char* lightTypeText(LightKind kind)
     return "Extended color light";
 }
 
-LightDescription describeLight(const LightSpec& spec, std::string_view bridgeId, int serial)
+LightDescription describeLight(const LightSpec& wanted, std::string_view bridgeId, int serial)
 {
-    const Model& model = pickModel(spec, serial);
+    const Model& model = pickModel(wanted, serial);
     LightDescription description;
-    description.kind = spec.kind;
-    description.modelId = spec.modelId.empty() ? model.modelId : spec.modelId;
+    description.kind = wanted.kind;
+    description.modelId = wanted.modelId.empty() ? model.modelId : wanted.modelId;
     description.productName = model.productName;
     description.archetype = model.archetype;
     description.swVersion = model.swVersion;
-    description.gamut = kindHasColor(spec.kind) ? spec.gamut.value_or(model.gamut) : GamutType::None;
+    description.gamut = kindHasColor(wanted.kind) ? wanted.gamut.value_or(model.gamut) : GamutType::None;
     description.ctMin = model.ctMin;
     description.ctMax = model.ctMax;
     description.maxLumen = model.maxLumen;
@@ -153,7 +153,7 @@ LightDescription describeLight(const LightSpec& spec, std::string_view bridgeId,
     const unsigned bridgeByte = static_cast<unsigned>(std::strtoul(lastByte.c_str(), nullptr, 16));
     char uniqueId[32];
     std::snprintf(uniqueId, sizeof uniqueId, "00:17:88:01:%02x:%02x:%02x:%02x-0b", bridgeByte & 0xffu,
-                  0x10u + static_cast<unsigned>(spec.kind), (static_cast<unsigned>(serial) >> 8) & 0xffu,
+                  0x10u + static_cast<unsigned>(wanted.kind), (static_cast<unsigned>(serial) >> 8) & 0xffu,
                   static_cast<unsigned>(serial) & 0xffu);
     description.uniqueId = uniqueId;
     return description;

@@ -25,8 +25,8 @@ const char* lightKindName(LightKind kind);
 // "Color light", "Extended color light".
 const char* lightTypeText(LightKind kind);
 
-// The description of a real Hue product matching the spec. `serial` tells lights of the same
+// The description of a real Hue product matching what is wanted. `serial` tells lights of the same
 // bridge apart in their unique ids and picks among the models of a kind.
-LightDescription describeLight(const LightSpec& spec, std::string_view bridgeId, int serial);
+LightDescription describeLight(const LightSpec& wanted, std::string_view bridgeId, int serial);
 
 } // namespace bridgeemu

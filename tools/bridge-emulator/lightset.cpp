@@ -28,17 +28,17 @@ std::optional<std::vector<LightSpec>> parseLightSet(const std::string& text, std
             }
             count = std::atoi(countText.c_str());
         }
-        LightSpec spec;
+        LightSpec wanted;
         const std::size_t dash = kindText.find('-');
         if (dash != std::string::npos) {
             const std::string gamut = kindText.substr(dash + 1);
             kindText.resize(dash);
             if (gamut == "a" || gamut == "A")
-                spec.gamut = GamutType::A;
+                wanted.gamut = GamutType::A;
             else if (gamut == "b" || gamut == "B")
-                spec.gamut = GamutType::B;
+                wanted.gamut = GamutType::B;
             else if (gamut == "c" || gamut == "C")
-                spec.gamut = GamutType::C;
+                wanted.gamut = GamutType::C;
             else {
                 if (error)
                     *error = "unknown gamut in \"" + item + "\" (a, b or c)";
@@ -46,14 +46,14 @@ std::optional<std::vector<LightSpec>> parseLightSet(const std::string& text, std
             }
         }
         const auto kind = lightKindFromName(kindText);
-        if (!kind || (spec.gamut && !kindHasColor(*kind))) {
+        if (!kind || (wanted.gamut && !kindHasColor(*kind))) {
             if (error)
                 *error = "unknown light kind \"" + item +
                          "\" (onoff, dimmable, ct, color[-a|-b|-c], extended[-a|-b|-c])";
             return std::nullopt;
         }
-        spec.kind = *kind;
-        specs.insert(specs.end(), static_cast<std::size_t>(count), spec);
+        wanted.kind = *kind;
+        specs.insert(specs.end(), static_cast<std::size_t>(count), wanted);
     }
     return specs;
 }

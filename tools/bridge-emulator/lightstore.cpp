@@ -21,12 +21,12 @@ int kindRank(LightKind kind)
 
 } // namespace
 
-std::string LightStore::addLight(const LightSpec& spec)
+std::string LightStore::addLight(const LightSpec& wanted)
 {
     const int number = m_nextLightId++;
-    const int serial = ++m_countByKind[spec.kind];
-    LightDescription description = describeLight(spec, m_bridgeId, number);
-    std::string name = spec.name.empty() ? description.productName + " " + std::to_string(serial) : spec.name;
+    const int serial = ++m_countByKind[wanted.kind];
+    LightDescription description = describeLight(wanted, m_bridgeId, number);
+    std::string name = wanted.name.empty() ? description.productName + " " + std::to_string(serial) : wanted.name;
     const std::string id = std::to_string(number);
     EmulatedLight light(id, std::move(name), std::move(description));
     // Half of the lights start switched on, so that a first poll sees both states.

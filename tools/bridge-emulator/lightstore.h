@@ -32,7 +32,7 @@ class LightStore
 public:
     explicit LightStore(std::string bridgeId = "001788fffe123456") : m_bridgeId(std::move(bridgeId)) {}
 
-    std::string addLight(const LightSpec& spec);
+    std::string addLight(const LightSpec& wanted);
     bool removeLight(const std::string& id); // also takes it out of every group
     EmulatedLight* light(const std::string& id);
     const EmulatedLight* light(const std::string& id) const;
