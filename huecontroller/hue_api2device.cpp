@@ -27,12 +27,9 @@ API2Device::API2Device(const QByteArray& deviceId, const minijson::CObject& reso
 
 void API2Device::update(const minijson::CObject& resource)
 {
-    // Update events name only what changed; without "services" the light list stays.
-    if (!resource.Contains("services")) {
-        if (resource.Contains("metadata") || resource.Contains("product_data"))
-            parseDeviceData(resource);
-        return;
-    }
+    // A view of the device without its services cannot say which lights it still has.
+    if (!resource.Contains("services"))
+        throw Exception(QStringLiteral("missing required attributes"));
     parseDeviceData(resource);
 }
 
@@ -76,7 +73,10 @@ void API2Device::setLight(const QByteArray& lightId, CLight* light)
 {
     const auto it = lights.constFind(lightId);
     if (it != lights.constEnd() && !it->isNull()) {
-        if (it->data() != light)
+        // Re-attaching the same light (each reachability update does) is routine.
+        if (it->data() == light)
+            LOG_DETAIL << "tried to add existing light" << lightId << "to device" << id;
+        else
             LOG_WARNING << "tried to add existing light" << lightId << "to device" << id;
         return;
     }

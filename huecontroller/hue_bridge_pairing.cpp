@@ -171,6 +171,12 @@ bool CBridge::checkVersion2(const QString& swVersion)
     BridgeAPI* previous = m_api;
     m_api = new BridgeAPI2(this);
     delete previous;
+    // A support-information collection in progress lost its requests with the old dialect:
+    // this bridge's part of the report ends with the note instead.
+    if (!m_supportInfo.isEmpty()) {
+        m_supportInfo.clear();
+        emit supportInfoGathered(m_bridgeId + " just switched to API 2\n");
+    }
     // The next poll starts the version 2 cycle with the devices.
     m_pollType = PollGeofenceClients;
     return true;

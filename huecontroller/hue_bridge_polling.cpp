@@ -13,6 +13,8 @@
 
 #include <QNetworkAccessManager>
 
+#include <utility>
+
 namespace hue {
 
 namespace {
@@ -149,11 +151,13 @@ void CBridge::gatherSupportInfo()
     if (m_api->hasPendingSupportInfoRequests() && m_nam)
         m_api->startNextSupportInfoRequest();
     else
-        emit supportInfoGathered(m_supportInfo);
+        emit supportInfoGathered(std::exchange(m_supportInfo, QByteArray()));
 }
 
 void CBridge::handleSupportInfoReply(QNetworkReply* reply, bool timedOut)
 {
+    if (m_supportInfo.isEmpty())
+        return; // the collection has ended (the dialect was replaced meanwhile)
     m_supportInfo += reply->url().path().toUtf8().replace(m_userName.toUtf8(), "***") + ":\n";
     if (timedOut || reply->error() != QNetworkReply::NoError)
         m_supportInfo += "request failed: " + reply->errorString().toUtf8() + "\n";
@@ -162,7 +166,7 @@ void CBridge::handleSupportInfoReply(QNetworkReply* reply, bool timedOut)
     if (m_api->hasPendingSupportInfoRequests())
         m_api->startNextSupportInfoRequest();
     else
-        emit supportInfoGathered(m_supportInfo);
+        emit supportInfoGathered(std::exchange(m_supportInfo, QByteArray()));
 }
 
 void CBridge::onConfigValueChanged(const QString& key, const QString& value, bool)

@@ -77,8 +77,7 @@ public:
     void parseEventStreamData(const QByteArray& data);
     void parseEventData(const minijson::CObject& resource, const std::string& eventType);
     void parseDeviceUpdate(const minijson::CObject& resource, const std::string& eventType);
-    void parseLightUpdate(const minijson::CObject& resource, API2Device* device,
-                          const std::string& eventType);
+    void parseLightUpdate(const minijson::CObject& resource, API2Device* device);
     void parseRoomOrZoneUpdate(const minijson::CObject& resource, API2Group* group);
 
     // --- Changes, names, errors, geofence client (hue_bridgeapi2_change.cpp) ------------------------
@@ -118,7 +117,6 @@ public slots:
 private:
     bool allLightsReachable() const;
     void sendGeofenceRequest(QNetworkReply* reply, const char* kind);
-    void deleteDeviceLights(API2Device& device);
 
     BridgeAPI1* m_v1;
     EventStreamConnection* m_stream;

@@ -54,16 +54,13 @@ void BridgeAPI2::parseEventData(const minijson::CObject& resource, const std::st
     }
     API2Device* device = getAPIDevice(resource);
     if (!device) {
-        // A device's deletion comes before that of its services.
-        if (eventType != "delete")
-            LOG_WARNING << "event with missing or unknown owner:" << indented(resource);
+        LOG_WARNING << "event with missing or unknown owner:" << indented(resource);
         return;
     }
     if (type == "zigbee_connectivity") {
-        if (eventType != "delete")
-            updateReachableFromStatus(resource, device);
+        updateReachableFromStatus(resource, device);
     } else if (type == "light") {
-        parseLightUpdate(resource, device, eventType);
+        parseLightUpdate(resource, device);
     } else {
         LOG_DETAIL << "got unhandled event type" << type;
     }
@@ -77,8 +74,7 @@ void BridgeAPI2::parseDeviceUpdate(const minijson::CObject& resource, const std:
             if (eventType == "update") {
                 device->update(resource);
             } else if (eventType == "delete") {
-                // Whatever the device carried goes with it.
-                deleteDeviceLights(*device);
+                // Only the mirror goes: its lights leave through the "services" of an update.
                 m_devices.remove(id);
             } else {
                 LOG_WARNING << "unhandled device update type:" << eventType << indented(resource);
@@ -93,34 +89,17 @@ void BridgeAPI2::parseDeviceUpdate(const minijson::CObject& resource, const std:
     }
 }
 
-void BridgeAPI2::parseLightUpdate(const minijson::CObject& resource, API2Device* device,
-                                  const std::string& eventType)
+void BridgeAPI2::parseLightUpdate(const minijson::CObject& resource, API2Device* device)
 {
+    Q_UNUSED(device); // the owner is known; the light is found by its own id
     const QByteArray id = QByteArray::fromStdString(resource.GetString("id"));
     CLight* light = m_bridge->lightById(id);
     if (!light) {
-        if (eventType != "delete")
-            LOG_DETAIL << "ignoring light event for device that has not been created yet:"
-                       << indented(resource);
-        return;
-    }
-    if (eventType == "delete") {
-        m_bridge->deleteLight(light);
-        if (device->lights.contains(id))
-            device->removeLight(id);
+        // The next light poll creates it once its device is reachable.
+        LOG_DETAIL << "ignoring light event for device that has not been created yet:" << indented(resource);
         return;
     }
     updateLightFromEventJSON(light, resource);
-}
-
-void BridgeAPI2::deleteDeviceLights(API2Device& device)
-{
-    const QList<QByteArray> ids = device.lights.keys();
-    for (const QByteArray& lightId : ids) {
-        if (CLight* light = m_bridge->lightById(lightId))
-            m_bridge->deleteLight(light);
-    }
-    device.lights.clear();
 }
 
 void BridgeAPI2::onLightRemoved(QByteArray id)
@@ -128,7 +107,7 @@ void BridgeAPI2::onLightRemoved(QByteArray id)
     auto* device = qobject_cast<API2Device*>(sender());
     if (!device)
         return;
-    if (CLight* light = m_bridge->lightById(id))
+    if (CLight* light = device->lights.value(id))
         m_bridge->deleteLight(light);
     device->removeLight(id);
 }

@@ -5,10 +5,13 @@
 
 #include "hue_api2services.h"
 #include "hue_colorconvert.h"
+#include "hue_device.h"
 #include "hue_light.h"
 #include "hue_lightinfo.h"
 
 #include "common/logginginterface.h"
+
+#include <cmath>
 
 namespace hue {
 
@@ -93,8 +96,14 @@ void BridgeAPI2::updateLightXY(CLight& light, const minijson::CEntity* value, bo
     const float oldX = state.x();
     const float oldY = state.y();
     state.setColor(xy.GetFloat("x"), xy.GetFloat("y"));
-    if (state.x() != oldX || state.y() != oldY)
+    if (state.x() != oldX || state.y() != oldY) {
         *changed = true;
+        // Version 2 reports colour as xy only; hue and saturation (the hub's HSV value) follow
+        // from it through the lamp's gamut, as a version 1 bridge would report them.
+        const uint hsb = state.colorAsHSB();
+        state.setHue(quint16(hsb & 0xFFFF));
+        state.setSaturation(quint8((hsb >> 16) & 0xFF));
+    }
 }
 
 API2Device* BridgeAPI2::addAPIDevice(const QByteArray& id, const minijson::CObject& resource)
@@ -247,24 +256,44 @@ bool BridgeAPI2::createLight(const QByteArray& id, const minijson::CObject& ligh
 bool BridgeAPI2::updateLightFromEventJSON(CLight* light, const minijson::CObject& resource, bool isNew)
 {
     ChangeFlags flags;
-    light->lastChange().start();
+    // While a change of the program's own is on its way, the clock keeps counting from it.
+    const QList<QByteArray> waiting = m_bridge->pendingLightChanges().values();
+    if (!waiting.contains(light->hueId()))
+        light->lastChange().start();
+    const bool wasOn = light->isOn();
     if (const minijson::CObject* on = resource.GetObject("on"))
         updateLightValueCommon(*light, ValueOn, on->Find("on"), flags);
 
-    // The brightness is taken whether the lamp is on or off: an event that later switches it on
-    // names only "on" when the brightness stayed, and the hub side keeps showing an off lamp's
-    // last brightness anyway (syncVelFromBridge).
-    if (const minijson::CObject* dimming = resource.GetObject("dimming"))
+    CLight::State& state = light->bridgeState();
+    const minijson::CObject* dimming = resource.GetObject("dimming");
+    if (dimming && light->isOn()) {
         updateLightValueCommon(*light, ValueBrightness, dimming->Find("brightness"), flags);
+    } else if (dimming) {
+        // An off lamp shows no light; what the bridge reports is the brightness it comes back with.
+        if (state.brightness() != 0) {
+            state.setBrightness(0);
+            flags |= ChangedBrightness;
+        }
+        const minijson::CEntity* percent = dimming->Find("brightness");
+        // The percentage on the 0-254 scale, truncated.
+        const float kept = percent && percent->IsNumber()
+                               ? float(percent->Number().ValueDouble()) * apiBrightnessFactor()
+                               : 254.0f;
+        state.setLastOnBrightness(quint8(std::isfinite(kept) ? qBound(0.0f, kept, 254.0f) : 254.0f));
+    } else if (light->isOn() && !wasOn && state.brightness() == 0 &&
+               (!light->device() || light->device()->supportsBrightness())) {
+        // Switched on without a brightness: back to the one kept while it was off.
+        state.setBrightness(state.lastOnBrightness());
+        flags |= ChangedBrightness;
+    }
 
     if (const minijson::CObject* ct = resource.GetObject("color_temperature")) {
-        CLight::State& state = light->bridgeState();
         const VNColorMode before = state.colorMode();
-        // Without a valid mirek the lamp shows an xy colour; a lamp seen for the first time
-        // starts in the mode it reports.
+        // Without a valid mirek a lamp in colour-temperature mode shows an xy colour; one whose
+        // mode is not known yet keeps it until the bridge reports one.
         if (ct->GetBoolean("mirek_valid", false))
             state.setColorMode(ColorModeTemperature);
-        else if (before == ColorModeTemperature || before == ColorModeNone)
+        else if (before == ColorModeTemperature)
             state.setColorMode(ColorModeColor);
         if (state.colorMode() != before)
             flags |= ChangedColorMode;
@@ -358,7 +387,7 @@ void BridgeAPI2::parseRoomOrZonePollReply(const minijson::CArray& data, CBridge:
             createGroup(id, group);
             if (CLight* light = group->groupLight()) {
                 ChangeFlags flags;
-                updateLightInController(*light, false, flags);
+                updateLightInController(*light, true, flags);
             }
         } catch (const API2Group::Exception& e) {
             LOG_ERROR << "failed to parse room/zone entry" << id << ":" << e.message();

@@ -52,6 +52,8 @@ public:
         bool emitsSignals() const { return m_emitSignals; }
         quint8 brightness() const { return m_brightness; } // 1..254
         quint8 lastOnBrightness() const { return m_lastOnBrightness; }
+        // The brightness a switched-off light comes back with, as its bridge reports it.
+        void setLastOnBrightness(quint8 brightness) { m_lastOnBrightness = brightness; }
         VNColorMode colorMode() const { return m_colorMode; }
         quint16 colorTemp() const { return m_colorTemp; } // mired
         float x() const { return m_x; }

@@ -3,8 +3,8 @@
 //
 // The first byte picks how the rest is cut into chunks (1 to 256 bytes each), so that every
 // split of a message across reads is reached. One bridge with one device and light lives across
-// inputs, so that events meet a known light, device and connectivity resource; lights the
-// events delete are made again from the same poll reply.
+// inputs, so that events meet a known light, device and connectivity resource; a device or
+// light that the events delete is made again from the same poll replies.
 #include "huecontroller/hue_bridge.h"
 #include "huecontroller/hue_bridgeapi2.h"
 #include "huecontroller/hue_eventstream.h"

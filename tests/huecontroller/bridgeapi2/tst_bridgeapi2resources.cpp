@@ -45,8 +45,9 @@ QByteArray light(int n, const QByteArray& members)
 {
     return QByteArray(
                R"({"id":"l%1","id_v1":"/lights/%1","type":"light","owner":{"rid":"d%1","rtype":"device"},)"
-               R"("metadata":{"name":"Lamp %1"},"on":{"on":true}%2})")
+               R"("metadata":{"name":"Lamp %1"}%3%2})")
         .replace("%1", QByteArray::number(n))
+        .replace("%3", members.contains("\"on\"") ? "" : R"(,"on":{"on":true})")
         .replace("%2", members);
 }
 
@@ -215,7 +216,8 @@ void TestBridgeAPI2Resources::realBridgeDump()
     QCOMPARE(lamp->miredMin(), 153);
     QCOMPARE(lamp->miredMax(), 500);
     QCOMPARE(lamp->gamutLimits().red, (XYPoint{0.6915f, 0.3083f}));
-    QCOMPARE(lamp->bridgeState().colorMode(), ColorModeColor);
+    // It shows a colour ("mirek_valid" false), but a new lamp takes no mode from that alone.
+    QCOMPARE(lamp->bridgeState().colorMode(), ColorModeNone);
     QVERIFY2(log.lines().size() < 3, log.lines().join('\n').constData());
 
     // The unreachable lamp joins once its device is connected.
@@ -234,16 +236,30 @@ void TestBridgeAPI2Resources::lightReplies_data()
     QTest::addColumn<bool>("failure");
     QTest::addColumn<int>("number");
     QTest::addColumn<int>("miredMax");
+    QTest::addColumn<int>("brightness");
+    QTest::addColumn<int>("lastOn"); // the brightness kept for switching on
+    QTest::addColumn<int>("mode");
     QTest::addRow("plain id_v1") << QByteArray(R"(,"id_v1":"12","dimming":{"brightness":50})") << true
-                                 << false << 12 << 454;
+                                 << false << 12 << 454 << 127 << 127 << 0;
     QTest::addRow("mirek schema") << QByteArray(
                                          R"(,"color_temperature":{"mirek_schema":{"mirek_minimum":100,)"
                                          R"("mirek_maximum":400},"mirek":200,"mirek_valid":true},)"
                                          R"("dimming":{"brightness":10})")
-                                  << true << false << 7 << 400;
-    QTest::addRow("id_v1 not a number") << QByteArray(R"(,"id_v1":"/lights/x")") << false << true << 0 << 0;
+                                  << true << false << 7 << 400 << 25 << 25 << 1;
+    // A new lamp without a valid mirek has no colour mode until the bridge names one.
+    QTest::addRow("invalid mirek")
+        << QByteArray(
+               R"(,"color":{"xy":{"x":0.3,"y":0.3}},"color_temperature":{"mirek":null,"mirek_valid":false},)"
+               R"("dimming":{"brightness":100})")
+        << true << false << 7 << 454 << 254 << 254 << 0;
+    QTest::addRow("off") << QByteArray(R"(,"on":{"on":false},"dimming":{"brightness":50})") << true << false
+                         << 7 << 454 << 0 << 127 << 0;
+    QTest::addRow("off without brightness")
+        << QByteArray(R"(,"on":{"on":false},"dimming":{})") << true << false << 7 << 454 << 0 << 254 << 0;
+    QTest::addRow("id_v1 not a number")
+        << QByteArray(R"(,"id_v1":"/lights/x")") << false << true << 0 << 0 << 0 << 0 << 0;
     QTest::addRow("unknown device") << QByteArray(R"(,"owner":{"rid":"d9","rtype":"device"})") << false
-                                    << false << 0 << 0;
+                                    << false << 0 << 0 << 0 << 0 << 0;
 }
 
 void TestBridgeAPI2Resources::lightReplies()
@@ -253,6 +269,9 @@ void TestBridgeAPI2Resources::lightReplies()
     QFETCH(bool, failure);
     QFETCH(int, number);
     QFETCH(int, miredMax);
+    QFETCH(int, brightness);
+    QFETCH(int, lastOn);
+    QFETCH(int, mode);
     pollReply(CBridge::PollDevices, device(7));
     pollReply(CBridge::PollConnectivity, connectivity(7, "connected"));
     LogCapture log;
@@ -264,7 +283,13 @@ void TestBridgeAPI2Resources::lightReplies()
         return;
     QCOMPARE(int(lamp->lightNumber()), number);
     QCOMPARE(lamp->miredMax(), miredMax);
-    QVERIFY(lamp->isOn());
+    QCOMPARE(lamp->isOn(), brightness > 0);
+    QCOMPARE(int(lamp->bridgeState().brightness()), brightness);
+    QCOMPARE(int(lamp->bridgeState().lastOnBrightness()), lastOn);
+    QCOMPARE(int(lamp->bridgeState().colorMode()), mode);
+    // An xy colour also gives the hue and saturation that the hub's HSV value is made of.
+    if (members.contains("\"xy\""))
+        QVERIFY(lamp->bridgeState().saturation() > 0);
 }
 
 void TestBridgeAPI2Resources::lightRemovedFromDeviceServices()
@@ -282,6 +307,13 @@ void TestBridgeAPI2Resources::lightRemovedFromDeviceServices()
     QVERIFY(!m_bridge->hasLight("l2"));
     QVERIFY(m_bridge->hasLight("l1"));
     QCOMPARE(m_api->devices().value("d1")->lights.keys(), QList<QByteArray>{"l1"});
+
+    // A device update without its services cannot say which lights remain: refused.
+    LogCapture log;
+    m_api->parseDeviceUpdate(json(R"({"id":"d1","type":"device","metadata":{"name":"New"}})")->Object(),
+                             "update");
+    QVERIFY(log.contains("failed to parse device data:"));
+    QCOMPARE(m_api->devices().value("d1")->name, QByteArray("Lamp 1"));
 }
 
 void TestBridgeAPI2Resources::quickGroupPollAtMostOncePerSecond()
@@ -306,10 +338,11 @@ void TestBridgeAPI2Resources::roomStatistics_data()
     QTest::addColumn<int>("mired");
     QTest::addColumn<float>("x");
     QTest::addColumn<int>("mode");
-    const QByteArray off = R"("on":{"on":false},"dimming":{"brightness":50})";
-    // Off members count with the brightness and mode they had when on (127, xy), but neither
-    // with colour temperature nor with colour.
-    QTest::addRow("all off") << off << off << false << 127 << 369 << 0.3804f << 2;
+    const QByteArray off =
+        R"("on":{"on":false},"dimming":{"brightness":50},"color_temperature":{"mirek_valid":false})";
+    // Off members count with the brightness and mode they had when on (127, colour temperature),
+    // but neither with colour temperature nor with colour.
+    QTest::addRow("all off") << off << off << false << 127 << 369 << 0.3804f << 1;
     QTest::addRow("two warm whites")
         << QByteArray(
                R"("on":{"on":true},"dimming":{"brightness":100},"color_temperature":{"mirek":200,"mirek_valid":true})")
@@ -335,7 +368,7 @@ void TestBridgeAPI2Resources::roomStatistics()
     pollReply(CBridge::PollConnectivity, connectivity(1, "connected") + "," + connectivity(2, "connected"));
     // Extended colour lamps, so that every member counts for every statistic.
     const QByteArray kinds =
-        R"(,"dimming":{"brightness":50},"color":{"xy":{"x":0.2,"y":0.2}},"color_temperature":{})";
+        R"(,"dimming":{"brightness":50},"color":{"xy":{"x":0.2,"y":0.2}},"color_temperature":{"mirek":250,"mirek_valid":true})";
     pollReply(CBridge::PollLights, light(1, kinds) + "," + light(2, kinds));
     pollReply(CBridge::PollLights, "{" + lamp1.prepend(R"("id":"l1","type":"light","metadata":{},)") + "},{" +
                                        lamp2.prepend(R"("id":"l2","type":"light","metadata":{},)") + "}");

@@ -93,6 +93,8 @@ void TestBridgeAPI2Stream::dialectChoice_data()
     QTest::addRow("forced to version 1") << "forceAPI1" << false << QByteArray();
     QTest::addRow("lights known") << "light" << false
                                   << QByteArray("there are already known lights - staying on v1 API");
+    // Support information being gathered ends with a note instead of the old dialect's answers.
+    QTest::addRow("support info running") << "supportInfo" << true << QByteArray("switches to API version 2");
 }
 
 void TestBridgeAPI2Stream::dialectChoice()
@@ -108,10 +110,17 @@ void TestBridgeAPI2Stream::dialectChoice()
     if (setup == "light")
         bridge->addLight(new CLight(bridge.get(), "1", "1", 1, ItemLight, LightDimmable));
     LogCapture log;
+    QSignalSpy gathered(bridge.get(), &CBridge::supportInfoGathered);
     bridge->checkUsernameRegistered(true);
+    if (setup == "supportInfo")
+        bridge->gatherSupportInfo();
     QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
     QCOMPARE(bridge->api()->supportsV2(), switched);
     QVERIFY(logged.isEmpty() || log.contains(logged));
+    if (setup == "supportInfo") {
+        QTRY_COMPARE(gathered.size(), 1);
+        QCOMPARE(gathered.at(0).at(0).toByteArray(), bridge->bridgeId() + " just switched to API 2\n");
+    }
 }
 
 void TestBridgeAPI2Stream::fullPollCycleAndRename()
@@ -202,14 +211,15 @@ void TestBridgeAPI2Stream::eventsChangeOnlyWhatTheyName()
     QCOMPARE(puts.size(), std::size_t(1));
     QVERIFY(puts[0].body.find(wasOn ? "\"on\":false" : "\"on\":true") != std::string::npos);
 
-    // A light removed from the bridge goes with its device.
+    // A deleted device leaves the mirrors; its light is removed only by a device's "services".
     const QByteArray gone = QByteArray::fromStdString(env.emulator().v2LightId("2"));
     QSignalSpy removed(bridge.get(), &CBridge::lightRemoved);
+    const int devices = v2(*bridge)->devices().size();
     QVERIFY(env.emulator().removeLight("2"));
     env.emulator().flushEvents();
-    QTRY_COMPARE(removed.size(), 1);
-    QVERIFY(!bridge->hasLight(gone));
-    QCOMPARE(bridge->lights().size(), 2);
+    QTRY_COMPARE(v2(*bridge)->devices().size(), devices - 1);
+    QCOMPARE(removed.size(), 0);
+    QVERIFY(bridge->hasLight(gone));
 }
 
 void TestBridgeAPI2Stream::streamResumesWithLastEventIdAndRetry()
@@ -222,6 +232,7 @@ void TestBridgeAPI2Stream::streamResumesWithLastEventIdAndRetry()
     QCOMPARE(stream->openTimer().interval(), 3000);
     QVERIFY(openStream(env, *bridge));
     bridgeemu::LightChange change;
+    change.on = true; // an off lamp reports brightness 0
     change.bri = 77;
     env.emulator().setLightState("2", change);
     env.emulator().flushEvents();
