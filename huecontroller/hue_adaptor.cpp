@@ -27,8 +27,7 @@ const char kSystemService[] = "com.orlux.tamsa.system";
 constexpr int kConfigWaitSliceMs = 500;
 } // namespace
 
-HueAdaptor::HueAdaptor(QObject* parent)
-    : SocketAdaptorWithPing(QString::fromLatin1(kServiceName), parent)
+HueAdaptor::HueAdaptor(QObject* parent) : SocketAdaptorWithPing(QString::fromLatin1(kServiceName), parent)
 {
     Instance = this;
     m_networkTimer.start();
@@ -117,7 +116,8 @@ bool HueAdaptor::connectToHubServices()
     // Read afresh: the settings may have changed since main() started the server.
     const HubSocketSettings hub = HubSocketSettings::read();
     deleteInterfaces();
-    m_communication = new SocketInterface(hub.type, QString::fromLatin1(kCommunicationService), hub.socketDir, this);
+    m_communication =
+        new SocketInterface(hub.type, QString::fromLatin1(kCommunicationService), hub.socketDir, this);
     m_database = new SocketInterface(hub.type, QString::fromLatin1(kDatabaseService), hub.socketDir, this);
     m_system = new SocketInterface(hub.type, QString::fromLatin1(kSystemService), hub.socketDir, this);
 
@@ -158,9 +158,11 @@ void HueAdaptor::subscribeToSignals()
         m_database->connectDynamicSignal("configValueChanged(QString, QString, bool)", m_controller,
                                          "configValueChanged(QString, QString, bool)");
     if (m_system) {
-        m_system->connectDynamicSignal("networkEvent(int, QByteArray)", this, "onNetworkEvent(int, QByteArray)");
+        m_system->connectDynamicSignal("networkEvent(int, QByteArray)", this,
+                                       "onNetworkEvent(int, QByteArray)");
         m_system->connectDynamicSignal(
-            "mDNSServiceChanged(bool, QByteArray, QByteArray, QByteArray, QByteArray, int, QByteArray, QStringList)",
+            "mDNSServiceChanged(bool, QByteArray, QByteArray, QByteArray, QByteArray, int, QByteArray, "
+            "QStringList)",
             this,
             "onMDNSServiceChanged(bool, QByteArray, QByteArray, QByteArray, QByteArray, int, QByteArray, "
             "QStringList)");
@@ -175,15 +177,16 @@ void HueAdaptor::subscribeToSignals()
         const char* failure;
     };
     static const Subscription subscriptions[] = {
-        {"deviceReady(InternalId, bool)", "onDeviceReady(InternalId,bool)", "Failed to connect to deviceReady"},
+        {"deviceReady(InternalId, bool)", "onDeviceReady(InternalId,bool)",
+         "Failed to connect to deviceReady"},
         {"parameterValueChanged(InternalId, QString)", "onParameterValueChanged(InternalId, QString)",
          "Failed to connect to parameterValueChanged"},
-        {"dataPointValueChanged(InternalId, QString, int)", "onDataPointValueChanged(InternalId, QString,int)",
-         "Failed to connect to datapointValueChanged"},
+        {"dataPointValueChanged(InternalId, QString, int)",
+         "onDataPointValueChanged(InternalId, QString,int)", "Failed to connect to datapointValueChanged"},
         {"scanningForLifeSigns()", "onScanningForLifeSigns()", "Failed to connect to scanningForLifeSigns"},
         {"masterReset(InternalId)", "onMasterReset(InternalId)", "Failed to connect to masterReset"},
-        {"attributeValueChanged(InternalId, QString, QString)", "onAttributeValueChanged(InternalId,QString,QString)",
-         "Failed to connect to attributeValueChanged"},
+        {"attributeValueChanged(InternalId, QString, QString)",
+         "onAttributeValueChanged(InternalId,QString,QString)", "Failed to connect to attributeValueChanged"},
     };
     for (const Subscription& s : subscriptions) {
         if (!m_communication->connectDynamicSignal(s.signal, this, s.slot))

@@ -8,10 +8,9 @@
 #include "hue_light.h"
 
 #include "common/logginginterface.h"
-#include "common/profiler.h"
 #include "common/messaging/hubsocketsettings.h"
 #include "common/messaging/socketinterface.h"
-
+#include "common/profiler.h"
 
 namespace hue {
 
@@ -53,7 +52,8 @@ void HueAdaptor::emitSendDatapointValue(const InternalId& id, const QString& val
         return;
 
     QString sent = value;
-    const CLight* light = m_controller ? m_controller->lightByDeviceSerial(InternalId::makeDeviceSerial(id)) : nullptr;
+    const CLight* light =
+        m_controller ? m_controller->lightByDeviceSerial(InternalId::makeDeviceSerial(id)) : nullptr;
     if (light && light->device()) {
         switch (light->device()->outputDatapointForIndex(id.getIndex())) {
         case ODP_INFO_HSV_COLOR:
@@ -67,8 +67,8 @@ void HueAdaptor::emitSendDatapointValue(const InternalId& id, const QString& val
         }
     }
 
-    LOG_DEBUG << QStringLiteral("%1: SendDP ").arg(m_traceTimer.elapsed(), 4, 10, QLatin1Char('0')) + id.toString() +
-                     QLatin1Char('=') + sent;
+    LOG_DEBUG << QStringLiteral("%1: SendDP ").arg(m_traceTimer.elapsed(), 4, 10, QLatin1Char('0')) +
+                     id.toString() + QLatin1Char('=') + sent;
     if (m_communication) {
         m_communication->call(SocketInterface::NoBlock, QStringLiteral("sendDataPoint"), id, sent);
         checkCommunicationCall("Call to database sendDataPoint failed");
@@ -82,7 +82,8 @@ void HueAdaptor::emitConfirmDataPointValueChanged(int token, int result)
 {
     if (!m_communication)
         return;
-    m_communication->call(SocketInterface::NoBlock, QStringLiteral("confirmDataPointValueChanged"), token, result);
+    m_communication->call(SocketInterface::NoBlock, QStringLiteral("confirmDataPointValueChanged"), token,
+                          result);
     checkCommunicationCall("Call to communication confirmDataPointValueChanged failed");
 }
 

@@ -28,9 +28,14 @@ struct DebugDatapoint
 // "bri2" is the absolute set value (the hub's second brightness input) and "time" the timed
 // dimming value ("50%/2000ms"); both serve timed runs and are not checked here.
 const DebugDatapoint kDebugDatapoints[] = {
-    {"on", IDP_SWITCH_ON_OFF},      {"ct", IDP_COLOR_TEMPERATURE}, {"bri", IDP_BRIGHTNESS},
-    {"sat", IDP_SATURATION},        {"hue", IDP_HUE},              {"hsv", IDP_HSV_COLOR},
-    {"rgb", IDP_RGB_COLOR},         {"bri2", IDP_ABSOLUTE_SET_VALUE_CONTROL},
+    {"on", IDP_SWITCH_ON_OFF},
+    {"ct", IDP_COLOR_TEMPERATURE},
+    {"bri", IDP_BRIGHTNESS},
+    {"sat", IDP_SATURATION},
+    {"hue", IDP_HUE},
+    {"hsv", IDP_HSV_COLOR},
+    {"rgb", IDP_RGB_COLOR},
+    {"bri2", IDP_ABSOLUTE_SET_VALUE_CONTROL},
     {"time", IDP_TIMED_DIMMING},
 };
 
@@ -41,7 +46,7 @@ struct DebugParameter
 };
 
 const DebugParameter kDebugParameters[] = {
-    {"switchon", PARAM_SWITCH_ON_MODE},  {"poweron", PARAM_POWER_ON_MODE},
+    {"switchon", PARAM_SWITCH_ON_MODE},   {"poweron", PARAM_POWER_ON_MODE},
     {"maxday", PARAM_MAX_BRIGHTNESS_DAY}, {"maxnight", PARAM_MAX_BRIGHTNESS_NIGHT},
     {"timer", PARAM_TIMER_DURATION},
 };
@@ -106,7 +111,8 @@ QString HueAdaptor::debugSetDP(int shortId, QByteArray hueId, QString datapoint,
             match = &candidate;
     }
     if (!match)
-        return QStringLiteral("Invalid datapoint %1, must be one of on, ct, bri, sat, hue, hsv, rgb").arg(datapoint);
+        return QStringLiteral("Invalid datapoint %1, must be one of on, ct, bri, sat, hue, hsv, rgb")
+            .arg(datapoint);
     const QString refused = checkDebugValue(datapoint, value);
     if (!refused.isEmpty())
         return refused;
@@ -136,10 +142,12 @@ QString HueAdaptor::debugSetParam(int shortId, QByteArray hueId, QString paramet
     for (const DebugParameter& candidate : kDebugParameters) {
         if (parameter != QLatin1String(candidate.keyword))
             continue;
-        const int index = light && light->device() ? light->device()->parameterIndex(candidate.parameter) : -1;
+        const int index =
+            light && light->device() ? light->device()->parameterIndex(candidate.parameter) : -1;
         if (index < 0)
             return QStringLiteral("Invalid parameter %1 for this light").arg(parameter);
-        m_controller->parameterValueChanged(InternalId::makeChannelParameterSerial(device, 0, quint8(index)), value);
+        m_controller->parameterValueChanged(InternalId::makeChannelParameterSerial(device, 0, quint8(index)),
+                                            value);
         return QStringLiteral("Done");
     }
     return QStringLiteral("Invalid parameter %1, must be one of switchon, poweron, maxday, maxnight, timer")
@@ -156,13 +164,15 @@ QString HueAdaptor::debugTimedStartStop(int shortId, QByteArray hueId)
         return notFound;
 
     const CLight* light = m_controller->lightByDeviceSerial(device);
-    const int index = light && light->device() ? light->device()->inputDatapointIndex(IDP_TIMED_START_STOP) : -1;
+    const int index =
+        light && light->device() ? light->device()->inputDatapointIndex(IDP_TIMED_START_STOP) : -1;
     const QString answer = writeDebugDatapoint(device, index, QStringLiteral("1"));
     if (answer != QLatin1String("Done"))
         return answer;
     // The session lasts as long as the light's start-stop timer keeps it on.
     m_debugSessionRunning = true;
-    QTimer::singleShot(int(light->timerDurationSeconds() * 1000), this, [this] { m_debugSessionRunning = false; });
+    QTimer::singleShot(int(light->timerDurationSeconds() * 1000), this,
+                       [this] { m_debugSessionRunning = false; });
     return answer;
 }
 

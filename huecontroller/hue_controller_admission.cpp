@@ -247,8 +247,8 @@ void CController::convertOldBridgeInfo(const QByteArray& bridgeId)
     for (const char* prefix : kSettingPrefixes) {
         const QString oldKey = QLatin1String(prefix) + QString::fromUtf8(oldId);
         if (ConfigCache::instance()->contains(oldKey))
-            ConfigCache::instance()->setConfigValueNonblock(QLatin1String(prefix) + QString::fromUtf8(bridgeId),
-                                                            storedSetting(prefix, oldId), true);
+            ConfigCache::instance()->setConfigValueNonblock(
+                QLatin1String(prefix) + QString::fromUtf8(bridgeId), storedSetting(prefix, oldId), true);
     }
 }
 

@@ -10,6 +10,8 @@
 
 #include "common/logginginterface.h"
 
+#include <cmath>
+
 namespace hue {
 
 void CController::parameterValueChanged(const InternalId& id, const QString& value)
@@ -51,7 +53,8 @@ void CController::parameterValueChanged(const InternalId& id, const QString& val
     case PARAM_MAX_BRIGHTNESS_NIGHT:
     case PARAM_TIMER_DURATION: {
         const double number = value.toDouble(&ok);
-        if (!ok) {
+        // Qt reads "nan" and "inf" as numbers; no maximum or duration can be one of them.
+        if (!ok || !std::isfinite(number)) {
             LOG_WARNING << "value is not a valid number:" << value;
             return;
         }
@@ -60,7 +63,9 @@ void CController::parameterValueChanged(const InternalId& id, const QString& val
         } else if (parameter == PARAM_MAX_BRIGHTNESS_NIGHT) {
             bridge->setMaximumBrightnessNight(hueId, number);
         } else {
-            light->setTimerDurationSeconds(number);
+            // The start-stop timer counts milliseconds in an int: at most 24 days, never negative.
+            constexpr double kMaxTimerSeconds = 24.0 * 24 * 3600;
+            light->setTimerDurationSeconds(qBound(0.0, number, kMaxTimerSeconds));
             // A light already on with its timer goes off by the new duration.
             bridge->restartStartStopTimer();
         }

@@ -237,8 +237,8 @@ void CUpnpListener::onDescriptionRequestFinished()
     int line = 0;
     int column = 0;
     if (!document.setContent(reply->readAll(), &message, &line, &column)) {
-        LOG_WARNING << "Parse error in description XML from device" << id << "line" << line << "column"
-                    << column << message;
+        LOG_WARNING << "Parse error in description XML from device"
+                    << "line" << line << "column" << column << message << id;
         countFailure(id, device);
         return;
     }

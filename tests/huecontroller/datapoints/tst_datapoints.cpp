@@ -273,6 +273,7 @@ void TestDatapoints::parameters_data()
              {"night maximum", "2", "20.5", "1 100 20.5 60", ""},
              {"timer", "3", "5", "1 100 100 5", ""},
              {"timer, no number", "3", "abc", "1 100 100 60", "value is not a valid number: abc"},
+             {"night maximum, not finite", "2", "nan", "1 100 100 60", "value is not a valid number: nan"},
              {"unknown index", "9", "1", "1 100 100 60", "Invalid parameter account"},
              {"device id", "-1", "1", "1 100 100 60", "Unexpected parameterSerial format: BEED00010001"}});
 }

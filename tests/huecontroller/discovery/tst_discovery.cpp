@@ -124,23 +124,29 @@ private slots:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<int>("state"); // 0: to be fetched again
         QTest::addColumn<bool>("accepted");
+        QTest::addColumn<QByteArray>("log");
         const auto model = [](const char* name) { return "<root><device><modelName>" + QByteArray(name); };
-        QTest::addRow("bridge, any case")
-            << model("Royal PHILIPS hue BRIDGE v2</modelName></device></root>") << 2 << true;
-        QTest::addRow("other device") << model("Sonos</modelName></device></root>") << 2 << false;
+        QTest::addRow("bridge, any case") << model("Royal PHILIPS hue BRIDGE v2</modelName></device></root>")
+                                          << 2 << true << QByteArray("identifying bridge 001788fffe123456");
+        QTest::addRow("other device") << model("Sonos</modelName></device></root>") << 2 << false
+                                      << QByteArray("model does not look like a bridge: Sonos");
         QTest::addRow("model outside device")
-            << QByteArray("<root><modelName>Philips hue bridge</modelName></root>") << 2 << false;
-        QTest::addRow("not XML") << model("Philips hue bridge") << 0 << false;
-        QTest::addRow("server error") << QByteArray() << 0 << false;
+            << QByteArray("<root><modelName>Philips hue bridge</modelName></root>") << 2 << false
+            << QByteArray("model does not look like a bridge:");
+        QTest::addRow("not XML") << model("Philips hue bridge") << 0 << false
+                                 << QByteArray("Parse error in description XML from device line 1 column");
+        QTest::addRow("server error")
+            << QByteArray() << 0 << false << QByteArray("description query failed:");
     }
     void description()
     {
         QFETCH(QByteArray, body);
         QFETCH(int, state);
         QFETCH(bool, accepted);
+        QFETCH(QByteArray, log);
         CController controller;
         CUpnpListener listener(nullptr, &controller);
-        LogCapture log;
+        LogCapture capture;
         if (body.isEmpty())
             m_emu.throttle(503, 1, "/description.xml");
         listener.onUpnpDeviceDiscovery(true, 100, "",
@@ -148,7 +154,8 @@ private slots:
         QTRY_VERIFY(!listener.devices().value(kId).reply);
         QCOMPARE(listener.devices().value(kId).state, state);
         QCOMPARE(listener.devices().value(kId).failures, state == 0 ? 1 : 0);
-        QCOMPARE(log.contains("identifying bridge 001788fffe123456"), accepted);
+        QCOMPARE(capture.contains("identifying bridge 001788fffe123456"), accepted);
+        QVERIFY2(capture.contains(log), log.constData());
     }
 
     void hangingQueriesAreRetriedFourTimes()
