@@ -139,9 +139,10 @@ void TestE2EClipV2::writesBecomeVersion2Changes()
     QVERIFY2(answer["confirmed"].toBool() && answer["result"].toInt() == 0, qPrintable(write));
     const QRegularExpression lightPath("^/clip/v2/resource/light/[0-9a-f-]{36}$");
     QList<BridgeRequest> sent;
+    // The bridge records a request on arrival and its status once answered: wait for both.
     QVERIFY(waitFor([&] {
         sent = m_bridge->requests("PUT", lightPath);
-        return !sent.isEmpty();
+        return !sent.isEmpty() && sent[0].status != 0;
     }));
     QCOMPARE(sent.size(), 1);
     QVERIFY2(QRegularExpression(body).match(sent[0].body).hasMatch(), sent[0].body.constData());
