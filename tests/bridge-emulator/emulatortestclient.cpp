@@ -43,21 +43,14 @@ TestReply EmulatorTestClient::send(const QByteArray& method, const QString& url,
         reply->deleteLater();
         return TestReply();
     }
-    TestReply result = collect(reply);
-    reply->deleteLater();
-    return result;
-}
-
-TestReply EmulatorTestClient::collect(QNetworkReply* reply)
-{
     TestReply result;
-    result.finished = reply->isFinished();
     result.error = reply->error();
     result.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     result.body = reply->readAll();
     for (const QVariant& code : reply->property("testSslErrors").toList())
         result.sslErrors << code.toInt();
     result.peerCertificate = reply->sslConfiguration().peerCertificate();
+    reply->deleteLater();
     return result;
 }
 

@@ -20,7 +20,6 @@ struct TestReply
     QByteArray body;
     QList<int> sslErrors; // QSslError::SslError codes
     QSslCertificate peerCertificate;
-    bool finished = false; // false: no answer within the wait
 
     QJsonDocument json() const { return QJsonDocument::fromJson(body); }
 };
@@ -42,9 +41,6 @@ public:
     // Starts a request and leaves it running; the caller aborts or waits for it.
     QNetworkReply* start(const QByteArray& method, const QString& url, const QByteArray& body = {},
                          const HeaderPairs& headers = {});
-    QNetworkAccessManager& manager() { return m_manager; }
-
-    static TestReply collect(QNetworkReply* reply);
 
 private:
     QNetworkAccessManager m_manager;

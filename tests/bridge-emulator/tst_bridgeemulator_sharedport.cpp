@@ -56,97 +56,85 @@ private:
 class TestBridgeEmulatorSharedPort : public QObject
 {
     Q_OBJECT
-
-private slots:
-    void initTestCase();
-    void bothSchemesOnOnePort_data();
-    void bothSchemesOnOnePort();
-    void refuseAndAcceptCloseAndReopenIt();
-
-private:
     EmulatorTestClient m_client;
     std::unique_ptr<BridgeEmulator> m_emulator;
+
+private slots:
+    void initTestCase()
+    {
+        EmulatorConfig config;
+        config.sharedPort = 0;
+        m_emulator = startEmulator(config);
+        QVERIFY(m_emulator->isRunning());
+        QVERIFY(m_emulator->sharedPort() > 0);
+    }
+
+    void bothSchemesOnOnePort_data()
+    {
+        QTest::addColumn<QString>("scheme");
+        QTest::addColumn<int>("chunk"); // 0: as the client writes them; else pieces of this many bytes
+        QTest::addRow("http") << "http" << 0;
+        QTest::addRow("https") << "https" << 0;
+        QTest::addRow("http, byte by byte") << "http" << 1;
+        QTest::addRow("https, in pieces of 7") << "https" << 7;
+    }
+
+    void bothSchemesOnOnePort()
+    {
+        QFETCH(QString, scheme);
+        QFETCH(int, chunk);
+        const int port = m_emulator->sharedPort();
+        std::unique_ptr<ChunkingRelay> relay;
+        int connectTo = port;
+        if (chunk > 0) {
+            relay = std::make_unique<ChunkingRelay>(port, chunk);
+            connectTo = relay->serverPort();
+        }
+        const auto url = [&](const QString& path) {
+            return scheme == "https" ? httpsUrl(connectTo, path) : httpUrl(connectTo, path);
+        };
+        m_emulator->clearRequests();
+
+        const TestReply config = m_client.get(url("/api/config"));
+        QCOMPARE(config.status, 200);
+        QCOMPARE(config.json()["bridgeid"].toString().toLower(),
+                 QString::fromStdString(m_emulator->bridgeId()));
+        QCOMPARE(config.peerCertificate.isNull(), scheme == "http");
+        // A body goes through as well: pairing before the link button is pressed.
+        const TestReply pairing = m_client.send("POST", url("/api"), "{\"devicetype\":\"test#shared\"}");
+        QCOMPARE(pairing.status, 200);
+        QCOMPARE(pairing.json()[0]["error"]["type"].toInt(), 101);
+
+        const std::vector<RecordedRequest> recorded = m_emulator->requests();
+        QCOMPARE(recorded.size(), std::size_t(2));
+        for (const RecordedRequest& request : recorded) {
+            QCOMPARE(request.port, port);
+            QCOMPARE(QString::fromStdString(request.scheme), scheme);
+        }
+    }
+
+    void refuseAndAcceptCloseAndReopenIt()
+    {
+        const int port = m_emulator->sharedPort();
+        // A kept-alive connection through the shared port is cut as well.
+        QCOMPARE(m_client.get(httpsUrl(port, "/api/config")).status, 200);
+        QVERIFY(m_emulator->refuseConnections());
+        QCOMPARE(m_client.get(httpsUrl(port, "/api/config")).error, QNetworkReply::ConnectionRefusedError);
+        QCOMPARE(m_client.get(httpUrl(port, "/api/config")).error, QNetworkReply::ConnectionRefusedError);
+        QVERIFY(m_emulator->acceptConnections());
+        QCOMPARE(m_emulator->sharedPort(), port);
+        QCOMPARE(m_client.get(httpUrl(port, "/api/config")).status, 200);
+        // The same certificate after reopening: a pinned client keeps trusting it.
+        QCOMPARE(m_client.get(httpsUrl(port, "/api/config")).peerCertificate.toPem(),
+                 QByteArray::fromStdString(m_emulator->certificatePem()));
+
+        m_emulator->stop();
+        QCOMPARE(m_client.get(httpUrl(port, "/api/config")).error, QNetworkReply::ConnectionRefusedError);
+        QVERIFY(m_emulator->start());
+        QCOMPARE(m_emulator->sharedPort(), port);
+        QCOMPARE(m_client.get(httpsUrl(port, "/api/config")).status, 200);
+    }
 };
-
-void TestBridgeEmulatorSharedPort::initTestCase()
-{
-    EmulatorConfig config;
-    config.sharedPort = 0;
-    m_emulator = startEmulator(config);
-    QVERIFY(m_emulator->isRunning());
-    QVERIFY(m_emulator->sharedPort() > 0);
-    QVERIFY(m_emulator->sharedPort() != m_emulator->httpPort());
-    QVERIFY(m_emulator->sharedPort() != m_emulator->httpsPort());
-}
-
-void TestBridgeEmulatorSharedPort::bothSchemesOnOnePort_data()
-{
-    QTest::addColumn<QString>("scheme");
-    QTest::addColumn<bool>("shared"); // false: the scheme's own port, for comparison
-    QTest::addColumn<int>("chunk");   // 0: as the client writes them; else pieces of this many bytes
-    QTest::addRow("http") << "http" << true << 0;
-    QTest::addRow("https") << "https" << true << 0;
-    QTest::addRow("http, byte by byte") << "http" << true << 1;
-    QTest::addRow("https, byte by byte") << "https" << true << 1;
-    QTest::addRow("https, in pieces of 7") << "https" << true << 7;
-    QTest::addRow("http on its own port") << "http" << false << 0;
-    QTest::addRow("https on its own port") << "https" << false << 0;
-}
-
-void TestBridgeEmulatorSharedPort::bothSchemesOnOnePort()
-{
-    QFETCH(QString, scheme);
-    QFETCH(bool, shared);
-    QFETCH(int, chunk);
-    const int ownPort = scheme == "https" ? m_emulator->httpsPort() : m_emulator->httpPort();
-    const int port = shared ? m_emulator->sharedPort() : ownPort;
-    std::unique_ptr<ChunkingRelay> relay;
-    int connectTo = port;
-    if (chunk > 0) {
-        relay = std::make_unique<ChunkingRelay>(port, chunk);
-        connectTo = relay->serverPort();
-    }
-    const auto url = [&](const QString& path) {
-        return scheme == "https" ? httpsUrl(connectTo, path) : httpUrl(connectTo, path);
-    };
-    m_emulator->clearRequests();
-
-    const TestReply config = m_client.get(url("/api/config"));
-    QCOMPARE(config.status, 200);
-    QCOMPARE(config.json()["bridgeid"].toString().toLower(), QString::fromStdString(m_emulator->bridgeId()));
-    QCOMPARE(config.peerCertificate.isNull(), scheme == "http");
-    // A body goes through as well: pairing before the link button is pressed.
-    const TestReply pairing = m_client.send("POST", url("/api"), R"({"devicetype":"test#shared"})");
-    QCOMPARE(pairing.status, 200);
-    QCOMPARE(pairing.json()[0]["error"]["type"].toInt(), 101);
-
-    const std::vector<RecordedRequest> recorded = m_emulator->requests();
-    QCOMPARE(recorded.size(), std::size_t(2));
-    for (const RecordedRequest& request : recorded) {
-        QCOMPARE(request.port, port);
-        QCOMPARE(QString::fromStdString(request.scheme), scheme);
-    }
-}
-
-void TestBridgeEmulatorSharedPort::refuseAndAcceptCloseAndReopenIt()
-{
-    const int port = m_emulator->sharedPort();
-    // A kept-alive connection through the shared port is cut as well.
-    QCOMPARE(m_client.get(httpsUrl(port, "/api/config")).status, 200);
-    QVERIFY(m_emulator->refuseConnections());
-    QCOMPARE(m_client.get(httpsUrl(port, "/api/config")).error, QNetworkReply::ConnectionRefusedError);
-    QCOMPARE(m_client.get(httpUrl(port, "/api/config")).error, QNetworkReply::ConnectionRefusedError);
-    QVERIFY(m_emulator->acceptConnections());
-    QCOMPARE(m_emulator->sharedPort(), port);
-    QCOMPARE(m_client.get(httpUrl(port, "/api/config")).status, 200);
-    QCOMPARE(m_client.get(httpsUrl(port, "/api/config")).status, 200);
-
-    m_emulator->stop();
-    QCOMPARE(m_client.get(httpUrl(port, "/api/config")).error, QNetworkReply::ConnectionRefusedError);
-    QVERIFY(m_emulator->start());
-    QCOMPARE(m_emulator->sharedPort(), port);
-    QCOMPARE(m_client.get(httpsUrl(port, "/api/config")).status, 200);
-}
 
 QTEST_GUILESS_MAIN(TestBridgeEmulatorSharedPort)
 #include "tst_bridgeemulator_sharedport.moc"

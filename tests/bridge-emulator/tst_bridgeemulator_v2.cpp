@@ -1,6 +1,7 @@
 // The bridge's CLIP API version 2 over loopback: resources per light kind with the fields the
-// service reads, the key check and error envelopes, changes through PUT seen by both APIs,
-// geofence clients, a bridge without version 2, and the recorded dump of a real bridge.
+// service reads, the key check and error envelopes, changes through PUT seen by both APIs, a
+// bridge without version 2, and the recorded dump of a real bridge. Devices, connectivity and
+// geofence clients are read and written by the service's own version 2 tests.
 #include "emulatortestclient.h"
 
 #include <bridgeemulator.h>
@@ -18,19 +19,6 @@ using namespace bridgeemu;
 class TestBridgeEmulatorV2 : public QObject
 {
     Q_OBJECT
-
-private slots:
-    void resourcesPerLightKind_data();
-    void resourcesPerLightKind();
-    void keysAndUnknownResources_data();
-    void keysAndUnknownResources();
-    void changesThroughPut_data();
-    void changesThroughPut();
-    void geofenceClients();
-    void bridgeWithoutVersion2();
-    void servesRecordedDump();
-
-private:
     TestReply clip(BridgeEmulator& emulator, const QByteArray& method, const QString& path,
                    const QByteArray& body = {}, const QByteArray& key = "default")
     {
@@ -42,239 +30,196 @@ private:
         return m_client.send(method, httpUrl(emulator.httpPort(), path), body, 5000, headers);
     }
     QJsonObject first(const TestReply& reply) { return reply.json()["data"].toArray().first().toObject(); }
-
     EmulatorTestClient m_client;
     QByteArray m_key;
+
+private slots:
+    void resourcesPerLightKind_data()
+    {
+        QTest::addColumn<QString>("lights");
+        QTest::addColumn<QStringList>("features");
+        QTest::addColumn<QString>("gamut");
+        QTest::addColumn<int>("mirekMax");
+        QTest::addRow("on/off") << "onoff:1" << QStringList{} << "" << 0;
+        QTest::addRow("white ambiance") << "ct:1" << QStringList{"dimming", "color_temperature"} << "" << 454;
+        QTest::addRow("colour B") << "color-b:1" << QStringList{"dimming", "color"} << "B" << 0;
+        QTest::addRow("extended C") << "extended:1" << QStringList{"dimming", "color_temperature", "color"}
+                                    << "C" << 500;
+    }
+
+    void resourcesPerLightKind()
+    {
+        QFETCH(QString, lights);
+        QFETCH(QStringList, features);
+        QFETCH(QString, gamut);
+        QFETCH(int, mirekMax);
+        EmulatorConfig config;
+        config.lights = *parseLightSet(lights.toStdString(), nullptr);
+        m_key.clear();
+        const auto emulator = startEmulator(config);
+
+        const QJsonObject light = first(clip(*emulator, "GET", "/clip/v2/resource/light"));
+        QCOMPARE(light["id"].toString().toStdString(), emulator->v2LightId("1"));
+        QCOMPARE(light["id_v1"].toString(), "/lights/1");
+        QCOMPARE(light["owner"]["rid"].toString().toStdString(), emulator->v2DeviceId("1"));
+        QCOMPARE(light["owner"]["rtype"].toString(), "device");
+        for (const char* feature : {"dimming", "color_temperature", "color"})
+            QCOMPARE(light.contains(feature), features.contains(feature));
+        if (mirekMax) {
+            QCOMPARE(light["color_temperature"]["mirek_schema"]["mirek_minimum"].toInt(), 153);
+            QCOMPARE(light["color_temperature"]["mirek_schema"]["mirek_maximum"].toInt(), mirekMax);
+        }
+        if (!gamut.isEmpty()) {
+            QCOMPARE(light["color"]["gamut_type"].toString(), gamut);
+            for (const char* corner : {"red", "green", "blue"})
+                QVERIFY(light["color"]["gamut"][corner]["x"].toDouble() > 0);
+        }
+
+        // Ids follow from the bridge id and the light number.
+        EmulatorConfig other = config;
+        other.identity.bridgeId = "001788fffe654321";
+        QCOMPARE(BridgeEmulator(config).v2LightId("1"), emulator->v2LightId("1"));
+        QVERIFY(BridgeEmulator(other).v2LightId("1") != emulator->v2LightId("1"));
+    }
+
+    void keysAndUnknownResources_data()
+    {
+        QTest::addColumn<QByteArray>("key");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("error");
+        QTest::addRow("no key") << QByteArray() << "/clip/v2/resource" << 403 << "unauthorized user";
+        QTest::addRow("unknown key") << QByteArray("nobody") << "/clip/v2/resource/light" << 403
+                                     << "unauthorized user";
+        QTest::addRow("unknown type")
+            << QByteArray("default") << "/clip/v2/resource/lamp" << 404 << "Not Found";
+        QTest::addRow("type without resources")
+            << QByteArray("default") << "/clip/v2/resource/scene" << 200 << "";
+    }
+
+    void keysAndUnknownResources()
+    {
+        QFETCH(QByteArray, key);
+        QFETCH(QString, path);
+        QFETCH(int, status);
+        QFETCH(QString, error);
+        m_key.clear();
+        const auto emulator = startEmulator();
+        const TestReply reply = clip(*emulator, "GET", path, {}, key);
+        QCOMPARE(reply.status, status);
+        const QJsonArray errors = reply.json()["errors"].toArray();
+        QCOMPARE(errors.isEmpty(), error.isEmpty());
+        if (!error.isEmpty()) {
+            QCOMPARE(errors.first()["description"].toString(), error);
+            QVERIFY(reply.json()["data"].toArray().isEmpty());
+        }
+    }
+
+    void changesThroughPut_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("v1Field"); // what GET /api/<key>/lights/1 then shows
+        QTest::addColumn<QVariant>("v1Value");
+        QTest::addRow("switch off") << "light" << QByteArray(R"({"on":{"on":false}})") << 200 << "state/on"
+                                    << QVariant(false);
+        QTest::addRow("brightness") << "light" << QByteArray(R"({"dimming":{"brightness":50}})") << 200
+                                    << "state/bri" << QVariant(127);
+        QTest::addRow("device name") << "device" << QByteArray(R"({"metadata":{"name":"Hall"}})") << 200
+                                     << "name" << QVariant("Hall");
+        QTest::addRow("brightness over 100") << "light" << QByteArray(R"({"dimming":{"brightness":101}})")
+                                             << 400 << "state/bri" << QVariant(254);
+        QTest::addRow("unknown member")
+            << "light" << QByteArray(R"({"bogus":1})") << 400 << "state/on" << QVariant(true);
+    }
+
+    void changesThroughPut()
+    {
+        QFETCH(QString, type);
+        QFETCH(QByteArray, body);
+        QFETCH(int, status);
+        QFETCH(QString, v1Field);
+        QFETCH(QVariant, v1Value);
+        EmulatorConfig config;
+        config.lights = *parseLightSet("extended:1", nullptr);
+        m_key.clear();
+        const auto emulator = startEmulator(config);
+        const std::string id = type == "light" ? emulator->v2LightId("1") : emulator->v2DeviceId("1");
+        const TestReply reply =
+            clip(*emulator, "PUT", "/clip/v2/resource/" + type + "/" + QString::fromStdString(id), body);
+        QCOMPARE(reply.status, status);
+        if (status == 200) {
+            QCOMPARE(reply.json()["errors"].toArray().size(), 0);
+            QCOMPARE(first(reply)["rid"].toString().toStdString(), id);
+            QCOMPARE(first(reply)["rtype"].toString(), type);
+        } else {
+            QVERIFY(!reply.json()["errors"].toArray().isEmpty());
+        }
+        const QJsonObject v1 =
+            m_client.get(httpUrl(emulator->httpPort(), "/api/" + m_key + "/lights/1")).json().object();
+        const QStringList path = v1Field.split('/');
+        const QJsonValue value = path.size() == 2 ? v1[path[0]][path[1]] : v1[path[0]];
+        QCOMPARE(value.toVariant(), v1Value);
+
+        // And the other way: a version 1 change shows in version 2.
+        m_client.send("PUT", httpUrl(emulator->httpPort(), "/api/" + m_key + "/lights/1/state"),
+                      R"({"on":true,"bri":1})");
+        const QJsonObject light = first(clip(
+            *emulator, "GET", "/clip/v2/resource/light/" + QString::fromStdString(emulator->v2LightId("1"))));
+        QCOMPARE(light["dimming"]["brightness"].toDouble(), 0.39);
+    }
+
+    void bridgeWithoutVersion2()
+    {
+        const auto v1Only = parseEmulatorOptions({"--api", "v1"}, nullptr);
+        const auto byDefault = parseEmulatorOptions({}, nullptr);
+        QVERIFY(v1Only && byDefault);
+        // The service takes a bridge to version 2 from swversion 1948086000 on.
+        QVERIFY(std::stoll(v1Only->config.identity.swVersion) < 1948086000LL);
+        QVERIFY(std::stoll(byDefault->config.identity.swVersion) >= 1948086000LL);
+        QVERIFY(!parseEmulatorOptions({"--api", "v3"}, nullptr));
+
+        m_key.clear();
+        const auto emulator = startEmulator(v1Only->config);
+        QCOMPARE(clip(*emulator, "GET", "/clip/v2/resource").status, 404);
+        QCOMPARE(clip(*emulator, "GET", "/eventstream/clip/v2").status, 404);
+        QCOMPARE(m_client.get(httpUrl(emulator->httpPort(), "/api/config")).status, 200);
+    }
+
+    void servesRecordedDump()
+    {
+        const QString path = QStringLiteral(HUE_CLIP_DUMP);
+        if (!QFile::exists(path))
+            QSKIP("the recorded resource dump is not there");
+        EmulatorConfig config;
+        config.clipDumpPath = path.toStdString();
+        m_key.clear();
+        const auto emulator = startEmulator(config);
+        QVERIFY(emulator->isRunning());
+        QCOMPARE(clip(*emulator, "GET", "/clip/v2/resource").json()["data"].toArray().size(), 166);
+        const QJsonArray lights = clip(*emulator, "GET", "/clip/v2/resource/light").json()["data"].toArray();
+        QCOMPARE(lights.size(), 8);
+
+        const QString lightPath = "/clip/v2/resource/light/" + lights.first()["id"].toString();
+        QCOMPARE(clip(*emulator, "PUT", lightPath, R"({"on":{"on":true},"color_temperature":{"mirek":2000}})")
+                     .status,
+                 400);
+        QCOMPARE(clip(*emulator, "PUT", lightPath, R"({"on":{"on":true},"color_temperature":{"mirek":300}})")
+                     .status,
+                 200);
+        const QJsonObject light = first(clip(*emulator, "GET", lightPath));
+        QVERIFY(light["on"]["on"].toBool());
+        QCOMPARE(light["color_temperature"]["mirek"].toInt(), 300);
+        QVERIFY(light["color_temperature"]["mirek_valid"].toBool());
+
+        EmulatorConfig missing;
+        missing.clipDumpPath = "/nonexistent/dump.json";
+        std::string error;
+        QVERIFY(!BridgeEmulator(missing).start(&error));
+        QVERIFY(!error.empty());
+    }
 };
-
-void TestBridgeEmulatorV2::resourcesPerLightKind_data()
-{
-    QTest::addColumn<QString>("lights");
-    QTest::addColumn<QStringList>("features");
-    QTest::addColumn<QString>("gamut");
-    QTest::addColumn<int>("mirekMax");
-    QTest::addRow("on/off") << "onoff:1" << QStringList{} << "" << 0;
-    QTest::addRow("dimmable") << "dimmable:1" << QStringList{"dimming"} << "" << 0;
-    QTest::addRow("white ambiance") << "ct:1" << QStringList{"dimming", "color_temperature"} << "" << 454;
-    QTest::addRow("colour A") << "color:1" << QStringList{"dimming", "color"} << "A" << 0;
-    QTest::addRow("colour B") << "color-b:1" << QStringList{"dimming", "color"} << "B" << 0;
-    QTest::addRow("extended C") << "extended:1" << QStringList{"dimming", "color_temperature", "color"} << "C"
-                                << 500;
-}
-
-void TestBridgeEmulatorV2::resourcesPerLightKind()
-{
-    QFETCH(QString, lights);
-    QFETCH(QStringList, features);
-    QFETCH(QString, gamut);
-    QFETCH(int, mirekMax);
-    EmulatorConfig config;
-    config.lights = *parseLightSet(lights.toStdString(), nullptr);
-    m_key.clear();
-    const auto emulator = startEmulator(config);
-
-    const QJsonObject light = first(clip(*emulator, "GET", "/clip/v2/resource/light"));
-    QCOMPARE(light["id"].toString().toStdString(), emulator->v2LightId("1"));
-    QCOMPARE(light["id_v1"].toString(), "/lights/1");
-    QCOMPARE(light["owner"]["rid"].toString().toStdString(), emulator->v2DeviceId("1"));
-    QCOMPARE(light["owner"]["rtype"].toString(), "device");
-    QVERIFY(!light["metadata"]["name"].toString().isEmpty());
-    QVERIFY(light["on"]["on"].isBool());
-    for (const char* feature : {"dimming", "color_temperature", "color"})
-        QCOMPARE(light.contains(feature), features.contains(feature));
-    if (features.contains("dimming"))
-        QVERIFY(light["dimming"]["brightness"].toDouble() > 0 &&
-                light["dimming"]["brightness"].toDouble() <= 100);
-    if (mirekMax) {
-        QCOMPARE(light["color_temperature"]["mirek_schema"]["mirek_minimum"].toInt(), 153);
-        QCOMPARE(light["color_temperature"]["mirek_schema"]["mirek_maximum"].toInt(), mirekMax);
-    }
-    if (!gamut.isEmpty()) {
-        QCOMPARE(light["color"]["gamut_type"].toString(), gamut);
-        for (const char* corner : {"red", "green", "blue"})
-            QVERIFY(light["color"]["gamut"][corner]["x"].toDouble() > 0);
-    }
-
-    const QJsonObject device = first(clip(
-        *emulator, "GET", "/clip/v2/resource/device/" + QString::fromStdString(emulator->v2DeviceId("1"))));
-    for (const char* field : {"model_id", "manufacturer_name", "product_name", "software_version"})
-        QVERIFY2(!device["product_data"][field].toString().isEmpty(), field);
-    QCOMPARE(device["services"].toArray().first()["rid"], light["id"]);
-    const QJsonObject connectivity = first(clip(*emulator, "GET", "/clip/v2/resource/zigbee_connectivity"));
-    QCOMPARE(connectivity["status"].toString(), "connected");
-    QCOMPARE(connectivity["owner"]["rid"], light["owner"]["rid"]);
-
-    // Ids follow from the bridge id and the light number.
-    EmulatorConfig other = config;
-    other.identity.bridgeId = "001788fffe654321";
-    QCOMPARE(BridgeEmulator(config).v2LightId("1"), emulator->v2LightId("1"));
-    QVERIFY(BridgeEmulator(other).v2LightId("1") != emulator->v2LightId("1"));
-}
-
-void TestBridgeEmulatorV2::keysAndUnknownResources_data()
-{
-    QTest::addColumn<QByteArray>("key");
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QString>("error");
-    QTest::addRow("no key") << QByteArray() << "/clip/v2/resource" << 403 << "unauthorized user";
-    QTest::addRow("unknown key") << QByteArray("nobody") << "/clip/v2/resource/light" << 403
-                                 << "unauthorized user";
-    QTest::addRow("unknown type") << QByteArray("default") << "/clip/v2/resource/lamp" << 404 << "Not Found";
-    QTest::addRow("unknown id") << QByteArray("default") << "/clip/v2/resource/light/123" << 404
-                                << "Not Found";
-    QTest::addRow("type without resources")
-        << QByteArray("default") << "/clip/v2/resource/scene" << 200 << "";
-}
-
-void TestBridgeEmulatorV2::keysAndUnknownResources()
-{
-    QFETCH(QByteArray, key);
-    QFETCH(QString, path);
-    QFETCH(int, status);
-    QFETCH(QString, error);
-    m_key.clear();
-    const auto emulator = startEmulator();
-    const TestReply reply = clip(*emulator, "GET", path, {}, key);
-    QCOMPARE(reply.status, status);
-    const QJsonArray errors = reply.json()["errors"].toArray();
-    QCOMPARE(errors.isEmpty(), error.isEmpty());
-    if (!error.isEmpty()) {
-        QCOMPARE(errors.first()["description"].toString(), error);
-        QVERIFY(reply.json()["data"].toArray().isEmpty());
-    }
-}
-
-void TestBridgeEmulatorV2::changesThroughPut_data()
-{
-    QTest::addColumn<QString>("type");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QString>("v1Field"); // what GET /api/<key>/lights/1 then shows
-    QTest::addColumn<QVariant>("v1Value");
-    QTest::addRow("switch off") << "light" << QByteArray(R"({"on":{"on":false}})") << 200 << "state/on"
-                                << QVariant(false);
-    QTest::addRow("brightness") << "light" << QByteArray(R"({"dimming":{"brightness":50}})") << 200
-                                << "state/bri" << QVariant(127);
-    QTest::addRow("mirek") << "light" << QByteArray(R"({"color_temperature":{"mirek":250}})") << 200
-                           << "state/ct" << QVariant(250);
-    QTest::addRow("xy") << "light" << QByteArray(R"({"color":{"xy":{"x":0.3,"y":0.3}}})") << 200
-                        << "state/colormode" << QVariant("xy");
-    QTest::addRow("light name") << "light" << QByteArray(R"({"metadata":{"name":"Desk"}})") << 200 << "name"
-                                << QVariant("Desk");
-    QTest::addRow("device name") << "device" << QByteArray(R"({"metadata":{"name":"Hall"}})") << 200 << "name"
-                                 << QVariant("Hall");
-    QTest::addRow("brightness over 100")
-        << "light" << QByteArray(R"({"dimming":{"brightness":101}})") << 400 << "state/bri" << QVariant(254);
-    QTest::addRow("not json") << "light" << QByteArray("{on") << 400 << "state/on" << QVariant(true);
-    QTest::addRow("unknown member") << "light" << QByteArray(R"({"bogus":1})") << 400 << "state/on"
-                                    << QVariant(true);
-    QTest::addRow("device takes no state")
-        << "device" << QByteArray(R"({"on":{"on":false}})") << 400 << "state/on" << QVariant(true);
-}
-
-void TestBridgeEmulatorV2::changesThroughPut()
-{
-    QFETCH(QString, type);
-    QFETCH(QByteArray, body);
-    QFETCH(int, status);
-    QFETCH(QString, v1Field);
-    QFETCH(QVariant, v1Value);
-    EmulatorConfig config;
-    config.lights = *parseLightSet("extended:1", nullptr);
-    m_key.clear();
-    const auto emulator = startEmulator(config);
-    const std::string id = type == "light" ? emulator->v2LightId("1") : emulator->v2DeviceId("1");
-    const TestReply reply =
-        clip(*emulator, "PUT", "/clip/v2/resource/" + type + "/" + QString::fromStdString(id), body);
-    QCOMPARE(reply.status, status);
-    if (status == 200) {
-        QCOMPARE(reply.json()["errors"].toArray().size(), 0);
-        QCOMPARE(first(reply)["rid"].toString().toStdString(), id);
-        QCOMPARE(first(reply)["rtype"].toString(), type);
-    } else {
-        QVERIFY(!reply.json()["errors"].toArray().isEmpty());
-    }
-    const QJsonObject v1 =
-        m_client.get(httpUrl(emulator->httpPort(), "/api/" + m_key + "/lights/1")).json().object();
-    const QStringList path = v1Field.split('/');
-    const QJsonValue value = path.size() == 2 ? v1[path[0]][path[1]] : v1[path[0]];
-    QCOMPARE(value.toVariant(), v1Value);
-
-    // And the other way: a version 1 change shows in version 2.
-    m_client.send("PUT", httpUrl(emulator->httpPort(), "/api/" + m_key + "/lights/1/state"),
-                  R"({"on":true,"bri":1})");
-    const QJsonObject light = first(clip(
-        *emulator, "GET", "/clip/v2/resource/light/" + QString::fromStdString(emulator->v2LightId("1"))));
-    QCOMPARE(light["dimming"]["brightness"].toDouble(), 0.39);
-}
-
-void TestBridgeEmulatorV2::geofenceClients()
-{
-    // Creation and renaming are driven by the service's own tests; here the refusals.
-    m_key.clear();
-    const auto emulator = startEmulator();
-    const QString id = first(clip(*emulator, "POST", "/clip/v2/resource/geofence_client",
-                                  R"({"type":"geofence_client","name":"Velnor_1_2"})"))["rid"]
-                           .toString();
-    QCOMPARE(clip(*emulator, "PUT", "/clip/v2/resource/geofence_client/" + id, R"({"name":""})").status, 400);
-    QCOMPARE(clip(*emulator, "POST", "/clip/v2/resource/geofence_client", R"({"is_at_home":true})").status,
-             400);
-    QCOMPARE(clip(*emulator, "GET", "/clip/v2/resource/geofence_client").json()["data"].toArray().size(), 1);
-}
-
-void TestBridgeEmulatorV2::bridgeWithoutVersion2()
-{
-    const auto v1Only = parseEmulatorOptions({"--api", "v1"}, nullptr);
-    const auto byDefault = parseEmulatorOptions({}, nullptr);
-    QVERIFY(v1Only && byDefault);
-    // The service takes a bridge to version 2 from swversion 1948086000 on.
-    QVERIFY(std::stoll(v1Only->config.identity.swVersion) < 1948086000LL);
-    QVERIFY(std::stoll(byDefault->config.identity.swVersion) >= 1948086000LL);
-    QVERIFY(!parseEmulatorOptions({"--api", "v3"}, nullptr));
-
-    m_key.clear();
-    const auto emulator = startEmulator(v1Only->config);
-    QCOMPARE(clip(*emulator, "GET", "/clip/v2/resource").status, 404);
-    QCOMPARE(clip(*emulator, "GET", "/eventstream/clip/v2").status, 404);
-    QCOMPARE(m_client.get(httpUrl(emulator->httpPort(), "/api/config")).status, 200);
-}
-
-void TestBridgeEmulatorV2::servesRecordedDump()
-{
-    const QString path = QStringLiteral(HUE_CLIP_DUMP);
-    if (!QFile::exists(path))
-        QSKIP("the recorded resource dump is not there");
-    EmulatorConfig config;
-    config.clipDumpPath = path.toStdString();
-    m_key.clear();
-    const auto emulator = startEmulator(config);
-    QVERIFY(emulator->isRunning());
-    QCOMPARE(clip(*emulator, "GET", "/clip/v2/resource").json()["data"].toArray().size(), 166);
-    const QJsonArray lights = clip(*emulator, "GET", "/clip/v2/resource/light").json()["data"].toArray();
-    QCOMPARE(lights.size(), 8);
-
-    const QString lightPath = "/clip/v2/resource/light/" + lights.first()["id"].toString();
-    QCOMPARE(
-        clip(*emulator, "PUT", lightPath, R"({"on":{"on":true},"color_temperature":{"mirek":2000}})").status,
-        400);
-    QCOMPARE(
-        clip(*emulator, "PUT", lightPath, R"({"on":{"on":true},"color_temperature":{"mirek":300}})").status,
-        200);
-    const QJsonObject light = first(clip(*emulator, "GET", lightPath));
-    QVERIFY(light["on"]["on"].toBool());
-    QCOMPARE(light["color_temperature"]["mirek"].toInt(), 300);
-    QVERIFY(light["color_temperature"]["mirek_valid"].toBool());
-    const QString room = clip(*emulator, "GET", "/clip/v2/resource/room").json()["data"][0]["id"].toString();
-    QCOMPARE(clip(*emulator, "PUT", "/clip/v2/resource/room/" + room, R"({"metadata":{"name":"x"}})").status,
-             405);
-
-    EmulatorConfig missing;
-    missing.clipDumpPath = "/nonexistent/dump.json";
-    std::string error;
-    QVERIFY(!BridgeEmulator(missing).start(&error));
-    QVERIFY(!error.empty());
-}
 
 QTEST_MAIN(TestBridgeEmulatorV2)
 #include "tst_bridgeemulator_v2.moc"

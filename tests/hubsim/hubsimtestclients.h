@@ -1,6 +1,5 @@
 #pragma once
 
-#include <common/messaging/socketadaptor.h>
 #include <common/messaging/socketinterface.h>
 #include <kovacommon/internalid.h>
 
@@ -22,8 +21,6 @@ class TestDevice : public QObject
 public:
     TestDevice(const QString& socketDir, const QByteArray& clientName = "testdevice");
 
-    bool isValid() const { return m_hub && m_hub->isValid(); }
-    SocketInterface& hub() { return *m_hub; }
     void registerDevice(const InternalId& id, const QByteArray& description);
 
     struct Write
@@ -42,16 +39,4 @@ public slots:
 
 private:
     std::unique_ptr<SocketInterface> m_hub;
-};
-
-// The Hue service's adaptor as the supervisor sees it: it records the run stages it is sent.
-class FakeHueController : public SocketAdaptor
-{
-    Q_OBJECT
-
-public:
-    FakeHueController() : SocketAdaptor(QStringLiteral("com.orlux.tamsa.huecontroller")) {}
-    Q_INVOKABLE void run(int stage) { stages.append(stage); }
-
-    QList<int> stages;
 };

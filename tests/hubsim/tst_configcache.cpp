@@ -22,20 +22,6 @@ public:
     QMap<QString, QString> written;
 };
 
-// ConfigCache against hubsim's database service, and the store behind it.
-class TestConfigCache : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void fillsItselfAndStaysCurrent();
-    void everySubscriberSeesEveryChange();
-    void persistentValuesSurviveARestartVolatileOnesDoNot();
-    void changesBeforeTheMapWin();
-    void connectsWhereTheHubSettingsSay_data();
-    void connectsWhereTheHubSettingsSay();
-};
-
 namespace {
 
 std::unique_ptr<HubSimulator> startHub(const QString& dir)
@@ -48,134 +34,123 @@ std::unique_ptr<HubSimulator> startHub(const QString& dir)
 
 } // namespace
 
-void TestConfigCache::fillsItselfAndStaysCurrent()
+// ConfigCache against hubsim's database service, and the store behind it.
+class TestConfigCache : public QObject
 {
-    QTemporaryDir dir;
-    auto hub = startHub(dir.path());
-    QVERIFY(hub);
-    hub->database()->store("hue/useGroups", "1", true, "test");
-
-    ConfigCache cache;
-    QSignalSpy ready(&cache, &ConfigCache::ready);
-    bool ok = true;
-    cache.getConfigValue("hue/unknown", &ok);
-    QVERIFY(!ok); // nothing can be answered before the map has arrived
-    QVERIFY(cache.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
-    QVERIFY(ready.wait());
-    QVERIFY(cache.isReady());
-    QCOMPARE(cache.getConfigValue("hue/useGroups", &ok), QStringLiteral("1"));
-    QVERIFY(ok);
-    // A ready cache answers for every key: one never set is empty, not a failed query.
-    QCOMPARE(cache.getConfigValue("hue/unknown", &ok), QString());
-    QVERIFY(ok);
-
-    QSignalSpy changed(&cache, &ConfigCache::configValueChanged);
-    hub->database()->store("hue/useGroups", "0", false, "test");
-    QVERIFY(changed.wait());
-    QCOMPARE(changed.first(), (QList<QVariant>{"hue/useGroups", "0", false}));
-    QCOMPARE(cache.getConfigValue("hue/useGroups"), QStringLiteral("0"));
-}
-
-void TestConfigCache::everySubscriberSeesEveryChange()
-{
-    QTemporaryDir dir;
-    auto hub = startHub(dir.path());
-    QVERIFY(hub);
-    ConfigCache writer;
-    ConfigCache other;
-    QVERIFY(writer.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
-    QVERIFY(other.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
-    QTRY_VERIFY(writer.isReady() && other.isReady());
-
-    QSignalSpy writerSaw(&writer, &ConfigCache::configValueChanged);
-    QSignalSpy otherSaw(&other, &ConfigCache::configValueChanged);
-    writer.setConfigValueNonblock("hueBridges/1", "paired", true);
-    // The writer reads its own value back at once; the announcement waits for the hub's echo.
-    QCOMPARE(writer.getConfigValue("hueBridges/1"), QStringLiteral("paired"));
-    QCOMPARE(writerSaw.count(), 0);
-
-    QTRY_COMPARE(writerSaw.count(), 1);
-    QTRY_COMPARE(otherSaw.count(), 1);
-    QCOMPARE(otherSaw.first(), (QList<QVariant>{"hueBridges/1", "paired", true}));
-    QCOMPARE(other.getConfigValue("hueBridges/1"), QStringLiteral("paired"));
-}
-
-void TestConfigCache::persistentValuesSurviveARestartVolatileOnesDoNot()
-{
-    QTemporaryDir dir;
+    Q_OBJECT
+private slots:
+    void fillsItselfAndEverySubscriberSeesEveryChange()
     {
+        QTemporaryDir dir;
         auto hub = startHub(dir.path());
+        QVERIFY(hub);
+        hub->database()->store("hue/useGroups", "1", true, "test");
+
+        ConfigCache cache;
+        QSignalSpy ready(&cache, &ConfigCache::ready);
+        bool ok = true;
+        cache.getConfigValue("hue/unknown", &ok);
+        QVERIFY(!ok); // nothing can be answered before the map has arrived
+        QVERIFY(cache.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
+        QVERIFY(ready.wait());
+        QCOMPARE(cache.getConfigValue("hue/useGroups", &ok), QStringLiteral("1"));
+        QVERIFY(ok);
+        // A ready cache answers for every key: one never set is empty, not a failed query.
+        QCOMPARE(cache.getConfigValue("hue/unknown", &ok), QString());
+        QVERIFY(ok);
+
+        ConfigCache writer;
+        QVERIFY(writer.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
+        QTRY_VERIFY(writer.isReady());
+        QSignalSpy writerSaw(&writer, &ConfigCache::configValueChanged);
+        QSignalSpy cacheSaw(&cache, &ConfigCache::configValueChanged);
+        writer.setConfigValueNonblock("hue/useGroups", "0", false);
+        // The writer reads its own value back at once; the announcement waits for the hub's echo.
+        QCOMPARE(writer.getConfigValue("hue/useGroups"), QStringLiteral("0"));
+        QCOMPARE(writerSaw.count(), 0);
+        QTRY_COMPARE(writerSaw.count(), 1);
+        QTRY_COMPARE(cacheSaw.count(), 1);
+        QCOMPARE(cacheSaw.first(), (QList<QVariant>{"hue/useGroups", "0", false}));
+        QCOMPARE(cache.getConfigValue("hue/useGroups"), QStringLiteral("0"));
+    }
+
+    void persistentValuesSurviveARestartVolatileOnesDoNot()
+    {
+        QTemporaryDir dir;
+        {
+            auto hub = startHub(dir.path());
+            QVERIFY(hub);
+            ConfigCache cache;
+            QVERIFY(cache.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
+            QSignalSpy changed(&cache, &ConfigCache::configValueChanged);
+            cache.setConfigValueNonblock("kept", "1", true);
+            cache.setConfigValueNonblock("shadowed", "old", true);
+            cache.setConfigValueNonblock("shadowed", "new", false);
+            cache.setConfigValueNonblock("gone", "2", false);
+            QTRY_COMPARE(changed.count(), 4);
+            QCOMPARE(hub->database()->configStore().values().value("shadowed"), QStringLiteral("new"));
+        }
+        auto hub = startHub(dir.path()); // a new hubsim on the same database file
         QVERIFY(hub);
         ConfigCache cache;
         QVERIFY(cache.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
-        QSignalSpy changed(&cache, &ConfigCache::configValueChanged);
-        cache.setConfigValueNonblock("kept", "1", true);
-        cache.setConfigValueNonblock("shadowed", "old", true);
-        cache.setConfigValueNonblock("shadowed", "new", false);
-        cache.setConfigValueNonblock("gone", "2", false);
-        QTRY_COMPARE(changed.count(), 4);
-        QCOMPARE(hub->database()->configStore().values().value("shadowed"), QStringLiteral("new"));
+        QTRY_VERIFY(cache.isReady());
+        QCOMPARE(cache.allConfigValues(), (QMap<QString, QString>{{"kept", "1"}, {"shadowed", "old"}}));
     }
-    auto hub = startHub(dir.path()); // a new hubsim on the same database file
-    QVERIFY(hub);
-    ConfigCache cache;
-    QVERIFY(cache.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
-    QTRY_VERIFY(cache.isReady());
-    QCOMPARE(cache.allConfigValues(), (QMap<QString, QString>{{"kept", "1"}, {"shadowed", "old"}}));
-}
 
-void TestConfigCache::changesBeforeTheMapWin()
-{
-    QTemporaryDir dir;
-    HeldBackDatabase database;
-    QVERIFY(database.startLocalServer(dir.path()));
-    ConfigCache cache;
-    QVERIFY(cache.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
-    QTRY_VERIFY(!database.pending.isNull());
-    QTRY_COMPARE(database.subscriberCount("configValueChanged(QString,QString,bool)"), 1);
+    void changesBeforeTheMapWin()
+    {
+        QTemporaryDir dir;
+        HeldBackDatabase database;
+        QVERIFY(database.startLocalServer(dir.path()));
+        ConfigCache cache;
+        QVERIFY(cache.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
+        QTRY_VERIFY(!database.pending.isNull());
+        QTRY_COMPARE(database.subscriberCount("configValueChanged(QString,QString,bool)"), 1);
 
-    QSignalSpy changed(&cache, &ConfigCache::configValueChanged);
-    database.emitSignal("configValueChanged", QStringLiteral("signalled"), QStringLiteral("new"), true);
-    QVERIFY(changed.wait());
-    cache.setConfigValueNonblock("written", "mine", true);
-    QTRY_COMPARE(database.written.value("written"), QStringLiteral("mine"));
-    QVERIFY(!cache.isReady());
+        QSignalSpy changed(&cache, &ConfigCache::configValueChanged);
+        database.emitSignal("configValueChanged", QStringLiteral("signalled"), QStringLiteral("new"), true);
+        QVERIFY(changed.wait());
+        cache.setConfigValueNonblock("written", "mine", true);
+        QTRY_COMPARE(database.written.value("written"), QStringLiteral("mine"));
+        QVERIFY(!cache.isReady());
 
-    QSignalSpy ready(&cache, &ConfigCache::ready);
-    database.pending.setResult(
-        QMap<QString, QString>{{"signalled", "old"}, {"written", "stale"}, {"other", "x"}});
-    QVERIFY(ready.wait());
-    QCOMPARE(cache.allConfigValues(),
-             (QMap<QString, QString>{{"signalled", "new"}, {"written", "mine"}, {"other", "x"}}));
-}
+        QSignalSpy ready(&cache, &ConfigCache::ready);
+        database.pending.setResult(
+            QMap<QString, QString>{{"signalled", "old"}, {"written", "stale"}, {"other", "x"}});
+        QVERIFY(ready.wait());
+        QCOMPARE(cache.allConfigValues(),
+                 (QMap<QString, QString>{{"signalled", "new"}, {"written", "mine"}, {"other", "x"}}));
+    }
 
-void TestConfigCache::connectsWhereTheHubSettingsSay_data()
-{
-    QTest::addColumn<QString>("socketType");
-    QTest::addRow("local") << "local";
-    QTest::addRow("tcp") << "tcp";
-}
+    void connectsWhereTheHubSettingsSay_data()
+    {
+        QTest::addColumn<QString>("socketType");
+        QTest::addRow("local") << "local";
+        QTest::addRow("tcp") << "tcp";
+    }
 
-void TestConfigCache::connectsWhereTheHubSettingsSay()
-{
-    QFETCH(QString, socketType);
-    QTemporaryDir dir;
-    HubSimOptions options;
-    options.socketDir = dir.path();
-    options.tcp = socketType == "tcp";
-    HubSimulator hub(options);
-    QVERIFY(hub.start());
+    void connectsWhereTheHubSettingsSay()
+    {
+        QFETCH(QString, socketType);
+        QTemporaryDir dir;
+        HubSimOptions options;
+        options.socketDir = dir.path();
+        options.tcp = socketType == "tcp";
+        HubSimulator hub(options);
+        QVERIFY(hub.start());
 
-    QSettings settings("vorn", "database");
-    settings.setValue("socketDir", dir.path());
-    settings.setValue("socketType", socketType);
-    settings.sync();
-    ConfigCache cache;
-    const bool connected = cache.connectToDatabase();
-    settings.clear();
-    QVERIFY(connected);
-    QTRY_VERIFY(cache.isReady());
-}
+        QSettings settings("vorn", "database");
+        settings.setValue("socketDir", dir.path());
+        settings.setValue("socketType", socketType);
+        settings.sync();
+        ConfigCache cache;
+        const bool connected = cache.connectToDatabase();
+        settings.clear();
+        QVERIFY(connected);
+        QTRY_VERIFY(cache.isReady());
+    }
+};
 
 QTEST_GUILESS_MAIN(TestConfigCache)
 #include "tst_configcache.moc"

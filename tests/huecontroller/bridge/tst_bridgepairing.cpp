@@ -33,173 +33,6 @@ bool fireRegisterRetry(CBridge& bridge)
     return true;
 }
 
-} // namespace
-
-class TestBridgePairing : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void linkButtonPressedLate();
-    void linkButtonNeverPressed();
-    void fallBackDoesNotCountAnAttempt();
-    void checkReplyRules_data();
-    void checkReplyRules();
-    void withdrawnKey();
-    void pollingWaitsForPairing();
-    void garbledCheckReplyWaitsForStableNetwork();
-};
-
-void TestBridgePairing::linkButtonPressedLate()
-{
-    EmulatedBridge env;
-    auto bridge = env.makeBridge(env.emulator().httpsPort());
-    LogCapture log;
-    bridge->registerUserName(10);
-    QCOMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERING);
-    QTRY_VERIFY(bridge->registerRetryTimer()->isActive());
-    QVERIFY(
-        log.contains("User interaction required: Press link button on bridge and re-try to register user."));
-    QCOMPARE(bridge->registerAttemptsLeft(), 9);
-
-    env.emulator().pressLinkButton();
-    QVERIFY(fireRegisterRetry(*bridge));
-    QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
-    QCOMPARE(env.emulator().users().size(), size_t(1));
-    QCOMPARE(QString::fromStdString(env.emulator().users().front().username), bridge->userName());
-    QCOMPARE(
-        ConfigCache::instance()->getConfigValue("hueBridgeUserNames/" + QString::fromUtf8(env.bridgeId())),
-        bridge->userName());
-    QCOMPARE(persistedState(env), QStringLiteral("paired"));
-    QCOMPARE(env.requests("POST", "/api").front().body, std::string("{\n  \"devicetype\":\"velnor\"\n}"));
-}
-
-void TestBridgePairing::linkButtonNeverPressed()
-{
-    EmulatedBridge env;
-    auto bridge = env.makeBridge(env.emulator().httpsPort());
-    bridge->registerUserName(2);
-    QVERIFY(fireRegisterRetry(*bridge));
-    QVERIFY(fireRegisterRetry(*bridge));
-    QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_LINK_BUTTON);
-    QCOMPARE(env.requests("POST", "/api").size(), size_t(3)); // the first request and two retries
-    QCOMPARE(persistedState(env), QStringLiteral("new"));
-    QVERIFY(!bridge->registerRetryTimer()->isActive());
-}
-
-void TestBridgePairing::fallBackDoesNotCountAnAttempt()
-{
-    EmulatedBridge env;
-    env.emulator().pressLinkButton();
-    auto bridge = env.makeBridge(env.emulator().httpPort());
-    bridge->registerUserName(1);
-    QVERIFY(fireRegisterRetry(*bridge)); // the https attempt failed and fell back
-    QCOMPARE(bridge->url().scheme(), QStringLiteral("http"));
-    QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
-}
-
-void TestBridgePairing::checkReplyRules_data()
-{
-    QTest::addColumn<QString>("apiVersion");
-    QTest::addColumn<QString>("swVersion");
-    QTest::addColumn<bool>("plainHttp");
-    QTest::addColumn<int>("state");
-    QTest::addColumn<bool>("modern");
-    QTest::addColumn<QByteArray>("logged");
-    const int firmware = CBridge::USERNAME_ERROR_FIRMWARE;
-    const int registered = CBridge::USERNAME_REGISTERED;
-    const QString v1 = "1948085999";
-    const QString v2 = "1948086000";
-    QTest::addRow("1.2.0") << "1.2.0" << v1 << false << firmware << false
-                           << QByteArray("Require apiversion 1.3.0");
-    QTest::addRow("1.3.0") << "1.3.0" << v1 << false << registered << false << QByteArray();
-    QTest::addRow("1.60.0") << "1.60.0" << v1 << false << registered << true << QByteArray();
-    QTest::addRow("2.0") << "2.0" << v1 << false << registered << true << QByteArray();
-    QTest::addRow("1") << "1" << v1 << false << firmware << false
-                       << QByteArray("unexpected apiversion format 1");
-    QTest::addRow("0.9.0") << "0.9.0" << v1 << false << firmware << false
-                           << QByteArray("unexpected apiversion");
-    QTest::addRow("v2 over http")
-        << "1.65.0" << v2 << true << registered << true
-        << QByteArray("Found a v2-capable bridge, but failed to connect via https - falling back to v1 API");
-}
-
-void TestBridgePairing::checkReplyRules()
-{
-    QFETCH(QString, apiVersion);
-    QFETCH(QString, swVersion);
-    QFETCH(bool, plainHttp);
-    QFETCH(int, state);
-    QFETCH(bool, modern);
-    QFETCH(QByteArray, logged);
-    EmulatedBridge env;
-    env.emulator().setApiVersion(apiVersion.toStdString());
-    env.emulator().setSwVersion(swVersion.toStdString());
-    const int port = plainHttp ? env.emulator().httpPort() : env.emulator().httpsPort();
-    auto bridge = env.makeBridge(port, QString::fromStdString(env.emulator().addUser()));
-    LogCapture log;
-    bridge->checkUsernameRegistered(true);
-    if (plainHttp) { // the first check fell back to http; the second one gets the answer
-        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_NETWORK);
-        bridge->checkUsernameRegistered(false);
-    }
-    QTRY_COMPARE(int(bridge->userNameState()), state);
-    QCOMPARE(bridge->apiVersionModern(), modern);
-    QCOMPARE(persistedState(env),
-             state == CBridge::USERNAME_REGISTERED ? QStringLiteral("paired") : QStringLiteral("version"));
-    QVERIFY(!bridge->api()->supportsV2());
-    if (logged.isEmpty())
-        QVERIFY(!log.contains("v2") && !log.contains("apiversion"));
-    else
-        QVERIFY(log.contains(logged));
-    if (state == CBridge::USERNAME_REGISTERED)
-        QVERIFY(log.contains("reports Zigbee channel 25 swversion " + swVersion.toUtf8()));
-}
-
-void TestBridgePairing::withdrawnKey()
-{
-    EmulatedBridge env;
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge);
-    QVERIFY(env.emulator().deleteUser(bridge->userName().toStdString()));
-
-    QSignalSpy stateRequests(bridge.get(), &CBridge::bridgeStateChangeRequested);
-    LogCapture log;
-    QVERIFY(EmulatedBridge::pollOnce(*bridge));
-    QVERIFY(log.contains("Missing (or revoked) authorization:"));
-    QCOMPARE(stateRequests.count(), 1);
-    QCOMPARE(stateRequests.first().first().toInt(), int(BridgeStateNew));
-    QCOMPARE(persistedState(env), QStringLiteral("new"));
-
-    // The check finds the key missing from the whitelist: an unexpected answer.
-    bridge->checkUsernameRegistered(true);
-    QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
-    QCOMPARE(persistedState(env), QStringLiteral("error"));
-}
-
-void TestBridgePairing::pollingWaitsForPairing()
-{
-    EmulatedBridge env;
-    auto bridge = env.makeBridge(env.emulator().httpsPort(), "not-a-key");
-    Clock::advance(600);
-    bridge->pollNextItem(); // state 0: nothing is sent
-    QVERIFY(!bridge->currentPollReply());
-    QCOMPARE(bridge->activeReplyCount(), 0);
-
-    bridge->checkUsernameRegistered(true);
-    QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
-    // In an error state a poll tick re-checks, 10 s after the last check reply, and never polls.
-    Clock::advance(600);
-    bridge->pollNextItem();
-    QCOMPARE(bridge->activeReplyCount(), 0);
-    Clock::advance(10000);
-    bridge->pollNextItem();
-    QCOMPARE(bridge->userNameState(), CBridge::USERNAME_CHECKING);
-    QVERIFY(!bridge->currentPollReply());
-    QCOMPARE(bridge->checkCount(), 1);
-    QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
-}
-
 // A server on loopback that answers every request with a body that is no JSON, as a captive
 // portal or a half-started bridge would.
 class GarbageServer : public QTcpServer
@@ -220,32 +53,179 @@ public:
     }
 };
 
-void TestBridgePairing::garbledCheckReplyWaitsForStableNetwork()
+} // namespace
+
+class TestBridgePairing : public QObject
 {
-    EmulatedBridge env; // for the controller that keeps the persisted state
-    GarbageServer server;
-    QVERIFY(server.isListening());
-    const QByteArray id("00178800feed0001");
-    g_Controller->setBridgeState(QString::fromLatin1(id), BridgeStatePaired);
-    CBridge bridge(&env.nam(), id, QStringLiteral("127.0.0.1"), server.serverPort(), 1,
-                   QStringLiteral("key"));
-    LogCapture log;
+    Q_OBJECT
 
-    // The first check tries https and falls back to plain http for the next one.
-    bridge.checkUsernameRegistered(true);
-    QTRY_COMPARE(bridge.userNameState(), CBridge::USERNAME_ERROR_NETWORK);
-    // Without a stable network (no adaptor at all here, or a recent outage) the state stays.
-    bridge.checkUsernameRegistered(true);
-    QTRY_COMPARE(bridge.userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
-    QVERIFY(log.contains("Ignore USERNAME_ERROR_UNKNOWN because our network is (or was) down."));
-    QCOMPARE(g_Controller->bridgeState(id), BridgeStatePaired);
+private slots:
+    void linkButtonPressedLate()
+    {
+        EmulatedBridge env;
+        auto bridge = env.makeBridge(env.emulator().httpsPort());
+        LogCapture log;
+        bridge->registerUserName(10);
+        QCOMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERING);
+        QTRY_VERIFY(bridge->registerRetryTimer()->isActive());
+        QVERIFY(log.contains(
+            "User interaction required: Press link button on bridge and re-try to register user."));
+        QCOMPARE(bridge->registerAttemptsLeft(), 9);
 
-    HueAdaptor adaptor;
-    adaptor.onNetworkEvent(3, "up");
-    Clock::advance(HueAdaptor::kStableNetworkMs + 1);
-    bridge.checkUsernameRegistered(true);
-    QTRY_COMPARE(g_Controller->bridgeState(id), BridgeStateError);
-}
+        env.emulator().pressLinkButton();
+        QVERIFY(fireRegisterRetry(*bridge));
+        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
+        QCOMPARE(env.emulator().users().size(), size_t(1));
+        QCOMPARE(QString::fromStdString(env.emulator().users().front().username), bridge->userName());
+        QCOMPARE(ConfigCache::instance()->getConfigValue("hueBridgeUserNames/" +
+                                                         QString::fromUtf8(env.bridgeId())),
+                 bridge->userName());
+        QCOMPARE(persistedState(env), QStringLiteral("paired"));
+        QCOMPARE(env.requests("POST", "/api").front().body, std::string("{\n  \"devicetype\":\"velnor\"\n}"));
+    }
+
+    void linkButtonNeverPressed()
+    {
+        EmulatedBridge env;
+        auto bridge = env.makeBridge(env.emulator().httpsPort());
+        bridge->registerUserName(2);
+        QVERIFY(fireRegisterRetry(*bridge));
+        QVERIFY(fireRegisterRetry(*bridge));
+        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_LINK_BUTTON);
+        QCOMPARE(env.requests("POST", "/api").size(), size_t(3)); // the first request and two retries
+        QCOMPARE(persistedState(env), QStringLiteral("new"));
+        QVERIFY(!bridge->registerRetryTimer()->isActive());
+    }
+
+    void checkReplyRules_data()
+    {
+        QTest::addColumn<QString>("apiVersion");
+        QTest::addColumn<QString>("swVersion");
+        QTest::addColumn<bool>("plainHttp");
+        QTest::addColumn<int>("state");
+        QTest::addColumn<bool>("modern");
+        QTest::addColumn<QByteArray>("logged");
+        const int firmware = CBridge::USERNAME_ERROR_FIRMWARE;
+        const int registered = CBridge::USERNAME_REGISTERED;
+        const QString v1 = "1948085999";
+        const QString v2 = "1948086000";
+        QTest::addRow("1.2.0") << "1.2.0" << v1 << false << firmware << false
+                               << QByteArray("Require apiversion 1.3.0");
+        QTest::addRow("1.3.0") << "1.3.0" << v1 << false << registered << false << QByteArray();
+        QTest::addRow("1.60.0") << "1.60.0" << v1 << false << registered << true << QByteArray();
+        QTest::addRow("1") << "1" << v1 << false << firmware << false
+                           << QByteArray("unexpected apiversion format 1");
+        QTest::addRow("0.9.0") << "0.9.0" << v1 << false << firmware << false
+                               << QByteArray("unexpected apiversion");
+        QTest::addRow("v2 over http")
+            << "1.65.0" << v2 << true << registered << true
+            << QByteArray(
+                   "Found a v2-capable bridge, but failed to connect via https - falling back to v1 API");
+    }
+
+    void checkReplyRules()
+    {
+        QFETCH(QString, apiVersion);
+        QFETCH(QString, swVersion);
+        QFETCH(bool, plainHttp);
+        QFETCH(int, state);
+        QFETCH(bool, modern);
+        QFETCH(QByteArray, logged);
+        EmulatedBridge env;
+        env.emulator().setApiVersion(apiVersion.toStdString());
+        env.emulator().setSwVersion(swVersion.toStdString());
+        const int port = plainHttp ? env.emulator().httpPort() : env.emulator().httpsPort();
+        auto bridge = env.makeBridge(port, QString::fromStdString(env.emulator().addUser()));
+        LogCapture log;
+        bridge->checkUsernameRegistered(true);
+        if (plainHttp) { // the first check fell back to http; the second one gets the answer
+            QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_NETWORK);
+            bridge->checkUsernameRegistered(false);
+        }
+        QTRY_COMPARE(int(bridge->userNameState()), state);
+        QCOMPARE(bridge->apiVersionModern(), modern);
+        QCOMPARE(persistedState(env), state == CBridge::USERNAME_REGISTERED ? QStringLiteral("paired")
+                                                                            : QStringLiteral("version"));
+        QVERIFY(!bridge->api()->supportsV2());
+        if (logged.isEmpty())
+            QVERIFY(!log.contains("v2") && !log.contains("apiversion"));
+        else
+            QVERIFY(log.contains(logged));
+        if (state == CBridge::USERNAME_REGISTERED)
+            QVERIFY(log.contains("reports Zigbee channel 25 swversion " + swVersion.toUtf8()));
+    }
+
+    void withdrawnKey()
+    {
+        EmulatedBridge env;
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge);
+        QVERIFY(env.emulator().deleteUser(bridge->userName().toStdString()));
+
+        QSignalSpy stateRequests(bridge.get(), &CBridge::bridgeStateChangeRequested);
+        LogCapture log;
+        QVERIFY(EmulatedBridge::pollOnce(*bridge));
+        QVERIFY(log.contains("Missing (or revoked) authorization:"));
+        QCOMPARE(stateRequests.count(), 1);
+        QCOMPARE(stateRequests.first().first().toInt(), int(BridgeStateNew));
+        QCOMPARE(persistedState(env), QStringLiteral("new"));
+
+        // The check finds the key missing from the whitelist: an unexpected answer.
+        bridge->checkUsernameRegistered(true);
+        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
+        QCOMPARE(persistedState(env), QStringLiteral("error"));
+    }
+
+    void pollingWaitsForPairing()
+    {
+        EmulatedBridge env;
+        auto bridge = env.makeBridge(env.emulator().httpsPort(), "not-a-key");
+        Clock::advance(600);
+        bridge->pollNextItem(); // state 0: nothing is sent
+        QVERIFY(!bridge->currentPollReply());
+        QCOMPARE(bridge->activeReplyCount(), 0);
+
+        bridge->checkUsernameRegistered(true);
+        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
+        // In an error state a poll tick re-checks, 10 s after the last check reply, and never polls.
+        Clock::advance(600);
+        bridge->pollNextItem();
+        QCOMPARE(bridge->activeReplyCount(), 0);
+        Clock::advance(10000);
+        bridge->pollNextItem();
+        QCOMPARE(bridge->userNameState(), CBridge::USERNAME_CHECKING);
+        QVERIFY(!bridge->currentPollReply());
+        QCOMPARE(bridge->checkCount(), 1);
+        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
+    }
+
+    void garbledCheckReplyWaitsForStableNetwork()
+    {
+        EmulatedBridge env; // for the controller that keeps the persisted state
+        GarbageServer server;
+        QVERIFY(server.isListening());
+        const QByteArray id("00178800feed0001");
+        g_Controller->setBridgeState(QString::fromLatin1(id), BridgeStatePaired);
+        CBridge bridge(&env.nam(), id, QStringLiteral("127.0.0.1"), server.serverPort(), 1,
+                       QStringLiteral("key"));
+        LogCapture log;
+
+        // The first check tries https and falls back to plain http for the next one.
+        bridge.checkUsernameRegistered(true);
+        QTRY_COMPARE(bridge.userNameState(), CBridge::USERNAME_ERROR_NETWORK);
+        // Without a stable network (no adaptor at all here, or a recent outage) the state stays.
+        bridge.checkUsernameRegistered(true);
+        QTRY_COMPARE(bridge.userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
+        QVERIFY(log.contains("Ignore USERNAME_ERROR_UNKNOWN because our network is (or was) down."));
+        QCOMPARE(g_Controller->bridgeState(id), BridgeStatePaired);
+
+        HueAdaptor adaptor;
+        adaptor.onNetworkEvent(3, "up");
+        Clock::advance(HueAdaptor::kStableNetworkMs + 1);
+        bridge.checkUsernameRegistered(true);
+        QTRY_COMPARE(g_Controller->bridgeState(id), BridgeStateError);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestBridgePairing)
 #include "tst_bridgepairing.moc"

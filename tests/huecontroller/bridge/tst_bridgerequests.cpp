@@ -1,5 +1,5 @@
 // CBridge's request engine against the bridge emulator over loopback: URL choice and https
-// fall-back, numbering, time-outs, the per-URL light-change queue, throttling retries and
+// fall-back, time-outs, the per-URL light-change queue, throttling retries and
 // destruction with requests outstanding.
 
 #include "huecontroller/hue_bridgeapi.h"
@@ -19,231 +19,209 @@ class TestBridgeRequests : public QObject
     Q_OBJECT
 
 private slots:
-    void urlFromPort_data();
-    void urlFromPort();
-    void refusedHttpsFallsBackToHttp();
-    void timeOutFinishesOnce();
-    void oneChangeInFlightPerLight();
-    void throttledChangesAreRetried_data();
-    void throttledChangesAreRetried();
-    void ignoredBridgeIsNotPolled();
-    void destructionAbortsOutstandingReplies();
+    void urlFromPort_data()
+    {
+        QTest::addColumn<int>("port");
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<QString>("original");
+        QTest::addColumn<bool>("httpsTried");
+        QTest::addRow("443") << 443 << "https://127.0.0.1:443"
+                             << "https://127.0.0.1:443" << true;
+        QTest::addRow("80") << 80 << "https://127.0.0.1:443"
+                            << "http://127.0.0.1:80" << false;
+        QTest::addRow("8080") << 8080 << "https://127.0.0.1:8080"
+                              << "http://127.0.0.1:8080" << false;
+    }
+
+    void urlFromPort()
+    {
+        QFETCH(int, port);
+        QFETCH(QString, url);
+        QFETCH(QString, original);
+        QFETCH(bool, httpsTried);
+        QNetworkAccessManager nam;
+        CBridge bridge(&nam, "id", "127.0.0.1", port, 7, "user");
+        QCOMPARE(bridge.url().toString(), url);
+        QCOMPARE(bridge.originalUrl().toString(), original);
+        QCOMPARE(bridge.httpsTried(), httpsTried);
+    }
+
+    void refusedHttpsFallsBackToHttp()
+    {
+        EmulatedBridge env;
+        // The plain http port does not speak TLS: the https attempt fails and the bridge falls back.
+        auto bridge =
+            env.makeBridge(env.emulator().httpPort(), QString::fromStdString(env.emulator().addUser()));
+        LogCapture log;
+        bridge->checkUsernameRegistered(true);
+        QTRY_COMPARE(bridge->activeReplyCount(), 0);
+        QVERIFY(bridge->httpsTried());
+        QVERIFY(!bridge->stayOnHttps());
+        QCOMPARE(bridge->url().scheme(), QStringLiteral("http"));
+        QVERIFY(log.contains("request failed, going back to original URL"));
+        // The check that fell back stays silent; the next one goes to http and succeeds.
+        QVERIFY(!log.contains("network reply error while trying to check if username"));
+        QCOMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_NETWORK);
+        bridge->checkUsernameRegistered(false);
+        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
+        QVERIFY(EmulatedBridge::pollOnce(*bridge));
+        QVERIFY(!bridge->lights().isEmpty());
+        QCOMPARE(env.requests("GET", "/api/").back().scheme, std::string("http"));
+    }
+
+    void timeOutFinishesOnce()
+    {
+        EmulatedBridge env;
+        const std::string user = env.emulator().addUser();
+        auto bridge = env.makeBridge(env.emulator().httpsPort(), QString::fromStdString(user));
+        env.emulator().stall(1, std::chrono::seconds(30), "/api/" + user + "/config");
+        bridge->checkUsernameRegistered(true);
+        QTRY_COMPARE(env.emulator().heldRequestCount(), 1);
+
+        LogCapture log;
+        Clock::advance(9000);
+        bridge->replyTimeoutTimer();
+        QCOMPARE(bridge->activeReplyCount(), 1); // not yet 10 s
+        Clock::advance(1001);
+        bridge->replyTimeoutTimer();
+        QCOMPARE(bridge->activeReplyCount(), 0);
+        QCOMPARE(log.count("Have a network reply timeout"), 1);
+        QCOMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_NETWORK);
+        QCOMPARE(log.count("network reply error while trying to check if username is already registered"), 1);
+
+        // Neither the late answer nor another sweep handles it again.
+        env.emulator().clearStalls();
+        bridge->replyTimeoutTimer();
+        QTest::qWait(100);
+        QCOMPARE(log.count("network reply error while trying to check if username is already registered"), 1);
+    }
+
+    void oneChangeInFlightPerLight()
+    {
+        EmulatedBridge env;
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge);
+        CLight* first = bridge->lightById("1");
+        const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/1/state";
+        env.emulator().stall(1, std::chrono::seconds(30), statePath, "PUT");
+
+        LogCapture log;
+        for (int bri : {10, 20, 30})
+            bridge->api()->sendSetStateRequest(*first,
+                                               QByteArray("{\"bri\":") + QByteArray::number(bri) + "}", {});
+        bridge->api()->sendSetStateRequest(*bridge->lightById("2"), "{\"bri\":40}", {});
+        QTRY_COMPARE(env.emulator().heldRequestCount(), 1);
+        QTRY_COMPARE(env.requests("PUT", "/api/").size(), size_t(2)); // light 2 is not held up by light 1
+        const QString key = bridge->api()->createRequest("lights/1/state").url().toString();
+        QCOMPARE(bridge->retryQueues().value(key).size(), 3);
+        QVERIFY(!bridge->retryQueues().value(key).at(1)->inFlight);
+        QVERIFY(bridge->isRetryTimerActive());
+        QVERIFY(log.contains("delaying request but retry timer is not active: " +
+                             key.toUtf8().replace(bridge->userName().toUtf8(), "***")));
+
+        env.emulator().clearStalls();
+        QTRY_VERIFY(bridge->retryQueues().isEmpty());
+        QVERIFY(!bridge->isRetryTimerActive());
+        std::vector<std::string> bodies;
+        for (const auto& request : env.requests("PUT", statePath))
+            bodies.push_back(request.body);
+        QCOMPARE(bodies, (std::vector<std::string>{"{\"bri\":10}", "{\"bri\":20}", "{\"bri\":30}"}));
+    }
+
+    void throttledChangesAreRetried_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<int>("throttled");
+        QTest::addColumn<int>("sent");
+        QTest::addColumn<bool>("gaveUp");
+        QTest::addRow("429 three times") << 429 << 3 << 4 << false;
+        QTest::addRow("429 for ever") << 429 << -1 << 50 << true;
+    }
+
+    void throttledChangesAreRetried()
+    {
+        QFETCH(int, status);
+        QFETCH(int, throttled);
+        QFETCH(int, sent);
+        QFETCH(bool, gaveUp);
+        EmulatedBridge env;
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge);
+        const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/1/state";
+        env.emulator().throttle(status, throttled, statePath, "PUT");
+
+        LogCapture log;
+        const quint64 id = bridge->api()->sendSetStateRequest(*bridge->lightById("1"), "{\"bri\":77}", {});
+        // Each throttled answer puts the request back; the retry tick is driven here directly.
+        for (int round = 0; round < 60 && !bridge->retryQueues().isEmpty(); ++round) {
+            QVERIFY(QTest::qWaitFor(
+                [&] {
+                    const auto queues = bridge->retryQueues();
+                    return queues.isEmpty() || !queues.first().first()->inFlight;
+                },
+                5000));
+            bridge->onRetryTimer();
+        }
+        QTRY_COMPARE(bridge->activeReplyCount(), 0);
+        QCOMPARE(int(env.requests("PUT", statePath).size()), sent);
+        QCOMPARE(log.contains("giving up on request id " + QByteArray::number(id)), gaveUp);
+        QCOMPARE(log.contains("network reply error while receiving light request reply"), gaveUp);
+        QCOMPARE(int(bridge->lightById("1")->bridgeState().brightness()) == 77, !gaveUp);
+        env.emulator().clearThrottles();
+    }
+
+    void ignoredBridgeIsNotPolled()
+    {
+        EmulatedBridge env;
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge);
+        QVERIFY(bridge->stayOnHttps()); // https answered, so the bridge stays on it
+        bridge->setIgnored(true);
+        Clock::advance(3600001); // the hourly user-name re-check is due as well
+        bridge->pollNextItem();
+        QVERIFY(!bridge->currentPollReply());
+        QCOMPARE(bridge->activeReplyCount(), 0);
+    }
+
+    void destructionAbortsOutstandingReplies()
+    {
+        EmulatedBridge env;
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge);
+        const std::string user = bridge->userName().toStdString();
+        const std::string statePath = "/api/" + user + "/lights/1/state";
+        env.emulator().stall(1, std::chrono::seconds(30), statePath, "PUT");
+        env.emulator().stall(1, std::chrono::seconds(30), "/api/" + user + "/lights", "GET");
+
+        // A poll and a light change held by the bridge, two more changes waiting behind the latter.
+        for (int bri : {10, 20, 30})
+            bridge->api()->sendSetStateRequest(*bridge->lightById("1"),
+                                               "{\"bri\":" + QByteArray::number(bri) + "}", {});
+        Clock::advance(600);
+        bridge->pollNextItem();
+        QVERIFY(bridge->currentPollReply());
+        QTRY_COMPARE(env.emulator().heldRequestCount(), 2);
+        QCOMPARE(bridge->activeReplyCount(), 2);
+
+        qRegisterMetaType<QNetworkReply*>();
+        QSignalSpy finished(&env.nam(), &QNetworkAccessManager::finished);
+        LogCapture log;
+        bridge.reset();
+        // Both replies ended as aborted during the destruction, and no handler saw them.
+        QCOMPARE(finished.size(), 2);
+        QList<QPointer<QNetworkReply>> replies;
+        for (const QList<QVariant>& arguments : finished) {
+            auto* reply = arguments.at(0).value<QNetworkReply*>();
+            QCOMPARE(reply->error(), QNetworkReply::OperationCanceledError);
+            replies.append(reply);
+        }
+        QVERIFY(!log.contains("network reply error"));
+        QTRY_VERIFY(
+            std::all_of(replies.cbegin(), replies.cend(), [](const auto& reply) { return reply.isNull(); }));
+        env.emulator().clearStalls();
+        QCOMPARE(env.requests("PUT", statePath).size(), size_t(1)); // the waiting changes were dropped
+    }
 };
-
-void TestBridgeRequests::urlFromPort_data()
-{
-    QTest::addColumn<int>("port");
-    QTest::addColumn<QString>("url");
-    QTest::addColumn<QString>("original");
-    QTest::addColumn<bool>("httpsTried");
-    QTest::addRow("443") << 443 << "https://127.0.0.1:443"
-                         << "https://127.0.0.1:443" << true;
-    QTest::addRow("80") << 80 << "https://127.0.0.1:443"
-                        << "http://127.0.0.1:80" << false;
-    QTest::addRow("8080") << 8080 << "https://127.0.0.1:8080"
-                          << "http://127.0.0.1:8080" << false;
-}
-
-void TestBridgeRequests::urlFromPort()
-{
-    QFETCH(int, port);
-    QFETCH(QString, url);
-    QFETCH(QString, original);
-    QFETCH(bool, httpsTried);
-    QNetworkAccessManager nam;
-    CBridge bridge(&nam, "id", "127.0.0.1", port, 7, "user");
-    QCOMPARE(bridge.url().toString(), url);
-    QCOMPARE(bridge.originalUrl().toString(), original);
-    QCOMPARE(bridge.httpsTried(), httpsTried);
-    // The first request number handed out is 2; the reply carries the bridge id.
-    QNetworkReply* reply = nam.get(QNetworkRequest(QUrl("http://127.0.0.1:1/")));
-    QCOMPARE(bridge.trackReply(reply), quint64(2));
-    QCOMPARE(reply->property("hueBridgeId").toByteArray(), QByteArray("id"));
-    QTRY_COMPARE(bridge.activeReplyCount(), 0);
-}
-
-void TestBridgeRequests::refusedHttpsFallsBackToHttp()
-{
-    EmulatedBridge env;
-    // The plain http port does not speak TLS: the https attempt fails and the bridge falls back.
-    auto bridge = env.makeBridge(env.emulator().httpPort(), QString::fromStdString(env.emulator().addUser()));
-    LogCapture log;
-    bridge->checkUsernameRegistered(true);
-    QTRY_COMPARE(bridge->activeReplyCount(), 0);
-    QVERIFY(bridge->httpsTried());
-    QVERIFY(!bridge->stayOnHttps());
-    QCOMPARE(bridge->url().scheme(), QStringLiteral("http"));
-    QVERIFY(log.contains("request failed, going back to original URL"));
-    // The check that fell back stays silent; the next one goes to http and succeeds.
-    QVERIFY(!log.contains("network reply error while trying to check if username"));
-    QCOMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_NETWORK);
-    bridge->checkUsernameRegistered(false);
-    QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
-    QVERIFY(EmulatedBridge::pollOnce(*bridge));
-    QVERIFY(!bridge->lights().isEmpty());
-    QCOMPARE(env.requests("GET", "/api/").back().scheme, std::string("http"));
-}
-
-void TestBridgeRequests::timeOutFinishesOnce()
-{
-    EmulatedBridge env;
-    const std::string user = env.emulator().addUser();
-    auto bridge = env.makeBridge(env.emulator().httpsPort(), QString::fromStdString(user));
-    env.emulator().stall(1, std::chrono::seconds(30), "/api/" + user + "/config");
-    bridge->checkUsernameRegistered(true);
-    QTRY_COMPARE(env.emulator().heldRequestCount(), 1);
-
-    LogCapture log;
-    Clock::advance(9000);
-    bridge->replyTimeoutTimer();
-    QCOMPARE(bridge->activeReplyCount(), 1); // not yet 10 s
-    Clock::advance(1001);
-    bridge->replyTimeoutTimer();
-    QCOMPARE(bridge->activeReplyCount(), 0);
-    QCOMPARE(log.count("Have a network reply timeout"), 1);
-    QCOMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_NETWORK);
-    QCOMPARE(log.count("network reply error while trying to check if username is already registered"), 1);
-
-    // Neither the late answer nor another sweep handles it again.
-    env.emulator().clearStalls();
-    bridge->replyTimeoutTimer();
-    QTest::qWait(100);
-    QCOMPARE(log.count("network reply error while trying to check if username is already registered"), 1);
-}
-
-void TestBridgeRequests::oneChangeInFlightPerLight()
-{
-    EmulatedBridge env;
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge);
-    CLight* first = bridge->lightById("1");
-    const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/1/state";
-    env.emulator().stall(1, std::chrono::seconds(30), statePath, "PUT");
-
-    LogCapture log;
-    for (int bri : {10, 20, 30})
-        bridge->api()->sendSetStateRequest(*first, QByteArray("{\"bri\":") + QByteArray::number(bri) + "}",
-                                           {});
-    bridge->api()->sendSetStateRequest(*bridge->lightById("2"), "{\"bri\":40}", {});
-    QTRY_COMPARE(env.emulator().heldRequestCount(), 1);
-    QTRY_COMPARE(env.requests("PUT", "/api/").size(), size_t(2)); // light 2 is not held up by light 1
-    const QString key = bridge->api()->createRequest("lights/1/state").url().toString();
-    QCOMPARE(bridge->retryQueues().value(key).size(), 3);
-    QVERIFY(!bridge->retryQueues().value(key).at(1)->inFlight);
-    QVERIFY(bridge->isRetryTimerActive());
-    QVERIFY(log.contains("delaying request but retry timer is not active: " +
-                         key.toUtf8().replace(bridge->userName().toUtf8(), "***")));
-
-    env.emulator().clearStalls();
-    QTRY_VERIFY(bridge->retryQueues().isEmpty());
-    QVERIFY(!bridge->isRetryTimerActive());
-    std::vector<std::string> bodies;
-    for (const auto& request : env.requests("PUT", statePath))
-        bodies.push_back(request.body);
-    QCOMPARE(bodies, (std::vector<std::string>{"{\"bri\":10}", "{\"bri\":20}", "{\"bri\":30}"}));
-}
-
-void TestBridgeRequests::throttledChangesAreRetried_data()
-{
-    QTest::addColumn<int>("status");
-    QTest::addColumn<int>("throttled");
-    QTest::addColumn<int>("sent");
-    QTest::addColumn<bool>("gaveUp");
-    QTest::addRow("429 three times") << 429 << 3 << 4 << false;
-    QTest::addRow("503 twice") << 503 << 2 << 3 << false;
-    QTest::addRow("429 for ever") << 429 << -1 << 50 << true;
-}
-
-void TestBridgeRequests::throttledChangesAreRetried()
-{
-    QFETCH(int, status);
-    QFETCH(int, throttled);
-    QFETCH(int, sent);
-    QFETCH(bool, gaveUp);
-    EmulatedBridge env;
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge);
-    const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/1/state";
-    env.emulator().throttle(status, throttled, statePath, "PUT");
-
-    LogCapture log;
-    const quint64 id = bridge->api()->sendSetStateRequest(*bridge->lightById("1"), "{\"bri\":77}", {});
-    // Each throttled answer puts the request back; the retry tick is driven here directly.
-    for (int round = 0; round < 60 && !bridge->retryQueues().isEmpty(); ++round) {
-        QVERIFY(QTest::qWaitFor(
-            [&] {
-                const auto queues = bridge->retryQueues();
-                return queues.isEmpty() || !queues.first().first()->inFlight;
-            },
-            5000));
-        bridge->onRetryTimer();
-    }
-    QTRY_COMPARE(bridge->activeReplyCount(), 0);
-    QCOMPARE(int(env.requests("PUT", statePath).size()), sent);
-    QCOMPARE(log.contains("giving up on request id " + QByteArray::number(id)), gaveUp);
-    QCOMPARE(log.contains("network reply error while receiving light request reply"), gaveUp);
-    QCOMPARE(int(bridge->lightById("1")->bridgeState().brightness()) == 77, !gaveUp);
-    env.emulator().clearThrottles();
-}
-
-void TestBridgeRequests::ignoredBridgeIsNotPolled()
-{
-    EmulatedBridge env;
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge);
-    // https answered, so the bridge stays on it.
-    QVERIFY(bridge->stayOnHttps());
-    for (const auto& request : env.emulator().requests())
-        QCOMPARE(request.scheme, std::string("https"));
-    env.emulator().clearRequests();
-    bridge->setIgnored(true);
-    Clock::advance(3600001); // the hourly user-name re-check is due as well
-    bridge->pollNextItem();
-    QVERIFY(!bridge->currentPollReply());
-    QCOMPARE(bridge->activeReplyCount(), 0);
-    bridge->setIgnored(false);
-    QVERIFY(EmulatedBridge::pollOnce(*bridge));
-    QVERIFY(!env.requests("GET", "/api/").empty());
-}
-
-void TestBridgeRequests::destructionAbortsOutstandingReplies()
-{
-    EmulatedBridge env;
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge);
-    const std::string user = bridge->userName().toStdString();
-    const std::string statePath = "/api/" + user + "/lights/1/state";
-    env.emulator().stall(1, std::chrono::seconds(30), statePath, "PUT");
-    env.emulator().stall(1, std::chrono::seconds(30), "/api/" + user + "/lights", "GET");
-
-    // A poll and a light change held by the bridge, two more changes waiting behind the latter.
-    for (int bri : {10, 20, 30})
-        bridge->api()->sendSetStateRequest(*bridge->lightById("1"),
-                                           "{\"bri\":" + QByteArray::number(bri) + "}", {});
-    Clock::advance(600);
-    bridge->pollNextItem();
-    QVERIFY(bridge->currentPollReply());
-    QTRY_COMPARE(env.emulator().heldRequestCount(), 2);
-    QCOMPARE(bridge->activeReplyCount(), 2);
-
-    qRegisterMetaType<QNetworkReply*>();
-    QSignalSpy finished(&env.nam(), &QNetworkAccessManager::finished);
-    LogCapture log;
-    bridge.reset();
-    // Both replies ended as aborted during the destruction, and no handler saw them.
-    QCOMPARE(finished.size(), 2);
-    QList<QPointer<QNetworkReply>> replies;
-    for (const QList<QVariant>& arguments : finished) {
-        auto* reply = arguments.at(0).value<QNetworkReply*>();
-        QCOMPARE(reply->error(), QNetworkReply::OperationCanceledError);
-        replies.append(reply);
-    }
-    QVERIFY(!log.contains("network reply error"));
-    QTRY_VERIFY(
-        std::all_of(replies.cbegin(), replies.cend(), [](const auto& reply) { return reply.isNull(); }));
-    env.emulator().clearStalls();
-    QCOMPARE(env.requests("PUT", statePath).size(), size_t(1)); // the waiting changes were dropped
-}
 
 QTEST_GUILESS_MAIN(TestBridgeRequests)
 #include "tst_bridgerequests.moc"

@@ -1,6 +1,6 @@
 // CBridge on CLIP API version 2 against the bridge emulator in-process: the switch from version
-// 1, the poll cycle, the event stream with its resumption, retry, ping and silence abort, the
-// geofence client, renaming, groups through version 1 and lights leaving their device.
+// 1, the poll cycle, the event stream's retry, ping and silence abort (resumption after a drop
+// runs end to end), the geofence client, renaming and lights leaving their device.
 
 #include "huecontroller/hue_bridgeapi2.h"
 #include "huecontroller/hue_eventstream.h"
@@ -74,258 +74,224 @@ class TestBridgeAPI2Stream : public QObject
 
 private slots:
     void initTestCase() { setConfig("generic/serialNumber", kSerial); }
-    void dialectChoice_data();
-    void dialectChoice();
-    void fullPollCycleAndRename();
-    void eventsChangeOnlyWhatTheyName();
-    void streamResumesWithLastEventIdAndRetry();
-    void pingAndSilenceAbort();
-    void geofenceClient_data();
-    void geofenceClient();
-};
 
-void TestBridgeAPI2Stream::dialectChoice_data()
-{
-    QTest::addColumn<QString>("setup");
-    QTest::addColumn<bool>("switched");
-    QTest::addColumn<QByteArray>("logged");
-    QTest::addRow("clip v2 over https") << "" << true << QByteArray("switches to API version 2");
-    QTest::addRow("forced to version 1") << "forceAPI1" << false << QByteArray();
-    QTest::addRow("lights known") << "light" << false
-                                  << QByteArray("there are already known lights - staying on v1 API");
-    // Support information being gathered ends with a note instead of the old dialect's answers.
-    QTest::addRow("support info running") << "supportInfo" << true << QByteArray("switches to API version 2");
-}
-
-void TestBridgeAPI2Stream::dialectChoice()
-{
-    QFETCH(QString, setup);
-    QFETCH(bool, switched);
-    QFETCH(QByteArray, logged);
-    EmulatedBridge env({}, EmulatedBridge::Firmware::ClipV2);
-    setConfig("hue/forceAPI1", setup == "forceAPI1" ? "1" : "0");
-    auto bridge =
-        env.makeBridge(env.emulator().httpsPort(), QString::fromStdString(env.emulator().addUser()));
-    setConfig("hue/forceAPI1", "0");
-    if (setup == "light")
-        bridge->addLight(new CLight(bridge.get(), "1", "1", 1, ItemLight, LightDimmable));
-    LogCapture log;
-    QSignalSpy gathered(bridge.get(), &CBridge::supportInfoGathered);
-    bridge->checkUsernameRegistered(true);
-    if (setup == "supportInfo")
-        bridge->gatherSupportInfo();
-    QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
-    QCOMPARE(bridge->api()->supportsV2(), switched);
-    QVERIFY(logged.isEmpty() || log.contains(logged));
-    if (setup == "supportInfo") {
-        QTRY_COMPARE(gathered.size(), 1);
-        QCOMPARE(gathered.at(0).at(0).toByteArray(), bridge->bridgeId() + " just switched to API 2\n");
+    void dialectChoice_data()
+    {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<bool>("switched");
+        QTest::addColumn<QByteArray>("logged");
+        QTest::addRow("clip v2 over https") << "" << true << QByteArray("switches to API version 2");
+        QTest::addRow("forced to version 1") << "forceAPI1" << false << QByteArray();
+        QTest::addRow("lights known")
+            << "light" << false << QByteArray("there are already known lights - staying on v1 API");
+        // Support information being gathered ends with a note instead of the old dialect's answers.
+        QTest::addRow("support info running")
+            << "supportInfo" << true << QByteArray("switches to API version 2");
     }
-}
 
-void TestBridgeAPI2Stream::fullPollCycleAndRename()
-{
-    EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
-    auto bridge = env.makePairedBridge(); // the first poll asks for the devices
-    QVERIFY(bridge && v2(*bridge));
-    QSignalSpy added(bridge.get(), &CBridge::lightAdded);
-    QVERIFY(pollUntilClientKnown(*bridge));
-    QCOMPARE(added.size(), 3);
-    const QString v2Light = QString::fromStdString(env.emulator().v2LightId("1"));
-    CLight* extended = bridge->lightById(v2Light.toUtf8());
-    QVERIFY(extended);
-    QCOMPARE(extended->lightNumber(), quint16(1));
-    QCOMPARE(extended->miredMax(), 500);
-    QCOMPARE(bridge->lightData(v2Light.toUtf8()).name,
-             QString::fromStdString(env.emulator().light("1")->name));
-    const QStringList posted = paths(env, "POST", "/clip/v2/resource/geofence_client");
-    QCOMPARE(posted.size(), 1);
-    QVERIFY(env.requests("POST", "/clip")[0].body.find(std::string("Velnor_") + kSerial + "_") !=
-            std::string::npos);
-
-    // Once the client is known, a cycle is device, connectivity, light.
-    env.emulator().clearRequests();
-    for (int i = 0; i < 6; ++i)
-        QVERIFY(EmulatedBridge::pollOnce(*bridge));
-    const QString base = QStringLiteral("/clip/v2/resource/");
-    const QStringList cycle = {base + "device", base + "zigbee_connectivity", base + "light"};
-    const QStringList polled = paths(env, "GET", "/");
-    QCOMPARE(polled.size(), 6);
-    for (int i = 0; i + 1 < polled.size(); ++i)
-        QCOMPARE(polled[i + 1], cycle[(cycle.indexOf(polled[i]) + 1) % 3]);
-    for (const auto& request : env.requests("GET", "/clip"))
-        QVERIFY(
-            std::count(request.headers.begin(), request.headers.end(),
-                       std::make_pair(std::string("hue-application-key"), bridge->userName().toStdString())));
-
-    // A name goes to the device (the name apps show) and to the light.
-    const QByteArray id = QByteArray::fromStdString(env.emulator().v2LightId("3"));
-    bridge->requestLightName(id, QStringLiteral("Desk"));
-    const std::string device = "/clip/v2/resource/device/" + env.emulator().v2DeviceId("3");
-    QTRY_COMPARE(env.requests("PUT", device).size(), std::size_t(1));
-    QTRY_COMPARE(env.requests("PUT", "/clip/v2/resource/light/" + id.toStdString()).size(), std::size_t(1));
-    QCOMPARE(env.requests("PUT", device)[0].body, std::string("{\"metadata\":{\"name\":\"Desk\"}}"));
-    QTRY_COMPARE(env.emulator().light("3")->name, std::string("Desk"));
-
-    // The support information ends with the whole resource tree.
-    QSignalSpy gathered(bridge.get(), &CBridge::supportInfoGathered);
-    bridge->gatherSupportInfo();
-    QTRY_COMPARE(gathered.size(), 1);
-    const QByteArray info = gathered.at(0).at(0).toByteArray();
-    QVERIFY(info.contains("/api/***/lights:") && info.contains("/clip/v2/resource:\n{\"data\":["));
-}
-
-void TestBridgeAPI2Stream::eventsChangeOnlyWhatTheyName()
-{
-    EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge && pollUntilClientKnown(*bridge) && openStream(env, *bridge));
-    const QByteArray id = QByteArray::fromStdString(env.emulator().v2LightId("1"));
-    CLight* light = bridge->lightById(id);
-    const bool wasOn = light->isOn();
-    const float x = light->bridgeState().x();
-    QSignalSpy changed(bridge.get(), &CBridge::lightChanged);
-
-    bridgeemu::LightChange dim;
-    dim.bri = 50;
-    env.emulator().setLightState("1", dim);
-    env.emulator().flushEvents();
-    QTRY_COMPARE(changed.size(), 1);
-    QCOMPARE(changed.at(0).at(1).value<ChangeFlags>(), ChangeFlags(ChangedBrightness));
-    QCOMPARE(int(light->bridgeState().brightness()), 50);
-    QCOMPARE(light->isOn(), wasOn);
-    QCOMPARE(light->bridgeState().x(), x);
-
-    // Reachability comes from the device's connectivity.
-    QVERIFY(bridge->lightData(id).reachable);
-    env.emulator().setLightReachable("1", false);
-    env.emulator().flushEvents();
-    QTRY_COMPARE(changed.size(), 2);
-    QCOMPARE(changed.at(1).at(1).value<ChangeFlags>(), ChangeFlags(ChangedReachable));
-    QVERIFY(!bridge->lightData(id).reachable);
-
-    // A command goes out as a version 2 body; the bridge's event confirms it.
-    bridge->requestLightOn(id, !wasOn);
-    QTRY_COMPARE(light->isOn(), !wasOn);
-    const auto puts = env.requests("PUT", "/clip/v2/resource/light/" + id.toStdString());
-    QCOMPARE(puts.size(), std::size_t(1));
-    QVERIFY(puts[0].body.find(wasOn ? "\"on\":false" : "\"on\":true") != std::string::npos);
-
-    // A deleted device leaves the mirrors; its light is removed only by a device's "services".
-    const QByteArray gone = QByteArray::fromStdString(env.emulator().v2LightId("2"));
-    QSignalSpy removed(bridge.get(), &CBridge::lightRemoved);
-    const int devices = v2(*bridge)->devices().size();
-    QVERIFY(env.emulator().removeLight("2"));
-    env.emulator().flushEvents();
-    QTRY_COMPARE(v2(*bridge)->devices().size(), devices - 1);
-    QCOMPARE(removed.size(), 0);
-    QVERIFY(bridge->hasLight(gone));
-}
-
-void TestBridgeAPI2Stream::streamResumesWithLastEventIdAndRetry()
-{
-    EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge && pollUntilClientKnown(*bridge));
-    EventStreamConnection* stream = v2(*bridge)->eventStream();
-    QVERIFY(stream->openTimer().isActive()); // the first open comes by itself after 3000 ms
-    QCOMPARE(stream->openTimer().interval(), 3000);
-    QVERIFY(openStream(env, *bridge));
-    bridgeemu::LightChange change;
-    change.on = true; // an off lamp reports brightness 0
-    change.bri = 77;
-    env.emulator().setLightState("2", change);
-    env.emulator().flushEvents();
-    QTRY_VERIFY(!stream->lastEventId().isEmpty());
-    QCOMPARE(stream->lastEventId().toStdString(), env.emulator().lastEventId());
-
-    env.emulator().sendEventStreamRetry(5000);
-    QTRY_COMPARE(stream->restartDelayMs(), 5000);
-    env.emulator().dropEventStreams();
-    QTRY_VERIFY(!stream->isOpen());
-    QVERIFY(stream->openTimer().isActive());
-    QCOMPARE(stream->openTimer().interval(), 5000);
-
-    // A change while the stream is down is replayed from the last id.
-    change.bri = 99;
-    env.emulator().setLightState("2", change);
-    env.emulator().flushEvents();
-    QVERIFY(openStream(env, *bridge));
-    const auto opens = env.requests("GET", "/eventstream/clip/v2");
-    QCOMPARE(opens.size(), std::size_t(2));
-    std::string sentId;
-    for (const auto& header : opens[1].headers) {
-        if (header.first == "Last-Event-ID")
-            sentId = header.second;
-    }
-    QVERIFY(!sentId.empty());
-    const QByteArray id = QByteArray::fromStdString(env.emulator().v2LightId("2"));
-    QTRY_COMPARE(int(bridge->lightById(id)->bridgeState().brightness()), 99);
-    QVERIFY(stream->lastEventId().toStdString() != sentId);
-}
-
-void TestBridgeAPI2Stream::pingAndSilenceAbort()
-{
-    EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
-    auto bridge = env.makePairedBridge();
-    QVERIFY(bridge && pollUntilClientKnown(*bridge) && openStream(env, *bridge));
-    BridgeAPI2* api = v2(*bridge);
-    QCOMPARE(api->geofenceTimer().interval(), 60000);
-    LogCapture log;
-    Clock::advance(170000);
-    api->updateGeofenceName(); // quiet, but not for too long: the client is renamed
-    const std::string renamed = "/clip/v2/resource/geofence_client/" + api->geofenceClientId().toStdString();
-    QTRY_COMPARE(env.requests("PUT", renamed).size(), std::size_t(1));
-    QVERIFY(env.requests("PUT", renamed)[0].body.find(std::string("\"name\":\"Velnor_") + kSerial + "_") !=
-            std::string::npos);
-
-    env.emulator().stallEventStreams(true);
-    Clock::advance(180001);
-    api->updateGeofenceName();
-    QVERIFY(log.contains("eventstream ping timeout"));
-    QTRY_VERIFY(!api->eventStream()->isOpen());
-    QCOMPARE(env.requests("PUT", renamed).size(), std::size_t(1));
-    QVERIFY(api->eventStream()->openTimer().isActive());
-    api->updateGeofenceName();
-    QVERIFY(log.contains("skipping eventstream ping reply_deleted"));
-}
-
-void TestBridgeAPI2Stream::geofenceClient_data()
-{
-    QTest::addColumn<QString>("situation");
-    QTest::addRow("found") << "existing";
-    QTest::addRow("registered again after an error") << "deleted";
-}
-
-void TestBridgeAPI2Stream::geofenceClient()
-{
-    QFETCH(QString, situation);
-    EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
-    auto first = env.makePairedBridge();
-    QVERIFY(first && pollUntilClientKnown(*first));
-    const QByteArray registered = v2(*first)->geofenceClientId();
-    const std::string clientPath = "/clip/v2/resource/geofence_client";
-    QCOMPARE(env.requests("POST", clientPath).size(), std::size_t(1));
-    if (situation == "existing") {
-        auto second = env.makePairedBridge();
-        QVERIFY(second && pollUntilClientKnown(*second));
-        QCOMPARE(v2(*second)->geofenceClientId(), registered);
-        QCOMPARE(env.requests("POST", clientPath).size(), std::size_t(1));
-    } else if (situation == "deleted") {
-        QNetworkRequest request = v2(*first)->createRequest("geofence_client/" + registered);
-        // The bridges' reply funnel on the shared manager deletes the reply once it is done.
-        const QPointer<QNetworkReply> reply = env.nam().deleteResource(request);
-        QTRY_VERIFY(!reply || reply->isFinished());
-        QVERIFY(openStream(env, *first));
+    void dialectChoice()
+    {
+        QFETCH(QString, setup);
+        QFETCH(bool, switched);
+        QFETCH(QByteArray, logged);
+        EmulatedBridge env({}, EmulatedBridge::Firmware::ClipV2);
+        setConfig("hue/forceAPI1", setup == "forceAPI1" ? "1" : "0");
+        auto bridge =
+            env.makeBridge(env.emulator().httpsPort(), QString::fromStdString(env.emulator().addUser()));
+        setConfig("hue/forceAPI1", "0");
+        if (setup == "light")
+            bridge->addLight(new CLight(bridge.get(), "1", "1", 1, ItemLight, LightDimmable));
         LogCapture log;
-        v2(*first)->updateGeofenceName(); // the rename fails: the client is looked for anew
-        QTRY_VERIFY(v2(*first)->geofenceClientId().isEmpty());
-        QVERIFY(log.contains("geofenceclient request error:"));
-        QVERIFY(pollUntilClientKnown(*first));
-        QVERIFY(v2(*first)->geofenceClientId() != registered);
-        QCOMPARE(env.requests("POST", clientPath).size(), std::size_t(2));
+        QSignalSpy gathered(bridge.get(), &CBridge::supportInfoGathered);
+        bridge->checkUsernameRegistered(true);
+        if (setup == "supportInfo")
+            bridge->gatherSupportInfo();
+        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
+        QCOMPARE(bridge->api()->supportsV2(), switched);
+        QVERIFY(logged.isEmpty() || log.contains(logged));
+        if (setup == "supportInfo") {
+            QTRY_COMPARE(gathered.size(), 1);
+            QCOMPARE(gathered.at(0).at(0).toByteArray(), bridge->bridgeId() + " just switched to API 2\n");
+        }
     }
-}
+
+    void fullPollCycleAndRename()
+    {
+        EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
+        auto bridge = env.makePairedBridge(); // the first poll asks for the devices
+        QVERIFY(bridge && v2(*bridge));
+        QSignalSpy added(bridge.get(), &CBridge::lightAdded);
+        QVERIFY(pollUntilClientKnown(*bridge));
+        QCOMPARE(added.size(), 3);
+        const QString v2Light = QString::fromStdString(env.emulator().v2LightId("1"));
+        QVERIFY(bridge->lightById(v2Light.toUtf8()));
+        const QStringList posted = paths(env, "POST", "/clip/v2/resource/geofence_client");
+        QCOMPARE(posted.size(), 1);
+        QVERIFY(env.requests("POST", "/clip")[0].body.find(std::string("Velnor_") + kSerial + "_") !=
+                std::string::npos);
+
+        // Once the client is known, a cycle is device, connectivity, light.
+        env.emulator().clearRequests();
+        for (int i = 0; i < 6; ++i)
+            QVERIFY(EmulatedBridge::pollOnce(*bridge));
+        const QString base = QStringLiteral("/clip/v2/resource/");
+        const QStringList cycle = {base + "device", base + "zigbee_connectivity", base + "light"};
+        const QStringList polled = paths(env, "GET", "/");
+        QCOMPARE(polled.size(), 6);
+        for (int i = 0; i + 1 < polled.size(); ++i)
+            QCOMPARE(polled[i + 1], cycle[(cycle.indexOf(polled[i]) + 1) % 3]);
+        for (const auto& request : env.requests("GET", "/clip"))
+            QVERIFY(std::count(
+                request.headers.begin(), request.headers.end(),
+                std::make_pair(std::string("hue-application-key"), bridge->userName().toStdString())));
+
+        // A name goes to the device (the name apps show) and to the light.
+        const QByteArray id = QByteArray::fromStdString(env.emulator().v2LightId("3"));
+        bridge->requestLightName(id, QStringLiteral("Desk"));
+        const std::string device = "/clip/v2/resource/device/" + env.emulator().v2DeviceId("3");
+        QTRY_COMPARE(env.requests("PUT", device).size(), std::size_t(1));
+        QTRY_COMPARE(env.requests("PUT", "/clip/v2/resource/light/" + id.toStdString()).size(),
+                     std::size_t(1));
+        QCOMPARE(env.requests("PUT", device)[0].body, std::string("{\"metadata\":{\"name\":\"Desk\"}}"));
+        QTRY_COMPARE(env.emulator().light("3")->name, std::string("Desk"));
+
+        // The support information ends with the whole resource tree.
+        QSignalSpy gathered(bridge.get(), &CBridge::supportInfoGathered);
+        bridge->gatherSupportInfo();
+        QTRY_COMPARE(gathered.size(), 1);
+        const QByteArray info = gathered.at(0).at(0).toByteArray();
+        QVERIFY(info.contains("/api/***/lights:") && info.contains("/clip/v2/resource:\n{\"data\":["));
+    }
+
+    void eventsChangeOnlyWhatTheyName()
+    {
+        EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge && pollUntilClientKnown(*bridge) && openStream(env, *bridge));
+        const QByteArray id = QByteArray::fromStdString(env.emulator().v2LightId("1"));
+        CLight* light = bridge->lightById(id);
+        const bool wasOn = light->isOn();
+        const float x = light->bridgeState().x();
+        QSignalSpy changed(bridge.get(), &CBridge::lightChanged);
+
+        bridgeemu::LightChange dim;
+        dim.bri = 50;
+        env.emulator().setLightState("1", dim);
+        env.emulator().flushEvents();
+        QTRY_COMPARE(changed.size(), 1);
+        QCOMPARE(changed.at(0).at(1).value<ChangeFlags>(), ChangeFlags(ChangedBrightness));
+        QCOMPARE(int(light->bridgeState().brightness()), 50);
+        QCOMPARE(light->isOn(), wasOn);
+        QCOMPARE(light->bridgeState().x(), x);
+
+        // Reachability comes from the device's connectivity.
+        QVERIFY(bridge->lightData(id).reachable);
+        env.emulator().setLightReachable("1", false);
+        env.emulator().flushEvents();
+        QTRY_COMPARE(changed.size(), 2);
+        QCOMPARE(changed.at(1).at(1).value<ChangeFlags>(), ChangeFlags(ChangedReachable));
+        QVERIFY(!bridge->lightData(id).reachable);
+
+        // A deleted device leaves the mirrors; its light is removed only by a device's "services".
+        const QByteArray gone = QByteArray::fromStdString(env.emulator().v2LightId("2"));
+        QSignalSpy removed(bridge.get(), &CBridge::lightRemoved);
+        const int devices = v2(*bridge)->devices().size();
+        QVERIFY(env.emulator().removeLight("2"));
+        env.emulator().flushEvents();
+        QTRY_COMPARE(v2(*bridge)->devices().size(), devices - 1);
+        QCOMPARE(removed.size(), 0);
+        QVERIFY(bridge->hasLight(gone));
+    }
+
+    void streamRemembersLastEventIdAndRetry()
+    {
+        EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge && pollUntilClientKnown(*bridge));
+        EventStreamConnection* stream = v2(*bridge)->eventStream();
+        QVERIFY(stream->openTimer().isActive()); // the first open comes by itself after 3000 ms
+        QCOMPARE(stream->openTimer().interval(), 3000);
+        QVERIFY(openStream(env, *bridge));
+        bridgeemu::LightChange change;
+        change.on = true; // an off lamp reports brightness 0
+        change.bri = 77;
+        env.emulator().setLightState("2", change);
+        env.emulator().flushEvents();
+        QTRY_VERIFY(!stream->lastEventId().isEmpty());
+        QCOMPARE(stream->lastEventId().toStdString(), env.emulator().lastEventId());
+
+        env.emulator().sendEventStreamRetry(5000);
+        QTRY_COMPARE(stream->restartDelayMs(), 5000);
+        env.emulator().dropEventStreams();
+        QTRY_VERIFY(!stream->isOpen());
+        QVERIFY(stream->openTimer().isActive());
+        QCOMPARE(stream->openTimer().interval(), 5000);
+    }
+
+    void pingAndSilenceAbort()
+    {
+        EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge && pollUntilClientKnown(*bridge) && openStream(env, *bridge));
+        BridgeAPI2* api = v2(*bridge);
+        QCOMPARE(api->geofenceTimer().interval(), 60000);
+        LogCapture log;
+        Clock::advance(170000);
+        api->updateGeofenceName(); // quiet, but not for too long: the client is renamed
+        const std::string renamed =
+            "/clip/v2/resource/geofence_client/" + api->geofenceClientId().toStdString();
+        QTRY_COMPARE(env.requests("PUT", renamed).size(), std::size_t(1));
+        QVERIFY(env.requests("PUT", renamed)[0].body.find(std::string("\"name\":\"Velnor_") + kSerial +
+                                                          "_") != std::string::npos);
+
+        env.emulator().stallEventStreams(true);
+        Clock::advance(180001);
+        api->updateGeofenceName();
+        QVERIFY(log.contains("eventstream ping timeout"));
+        QTRY_VERIFY(!api->eventStream()->isOpen());
+        QCOMPARE(env.requests("PUT", renamed).size(), std::size_t(1));
+        QVERIFY(api->eventStream()->openTimer().isActive());
+        api->updateGeofenceName();
+        QVERIFY(log.contains("skipping eventstream ping reply_deleted"));
+    }
+
+    void geofenceClient_data()
+    {
+        QTest::addColumn<QString>("situation");
+        QTest::addRow("found") << "existing";
+        QTest::addRow("registered again after an error") << "deleted";
+    }
+
+    void geofenceClient()
+    {
+        QFETCH(QString, situation);
+        EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
+        auto first = env.makePairedBridge();
+        QVERIFY(first && pollUntilClientKnown(*first));
+        const QByteArray registered = v2(*first)->geofenceClientId();
+        const std::string clientPath = "/clip/v2/resource/geofence_client";
+        QCOMPARE(env.requests("POST", clientPath).size(), std::size_t(1));
+        if (situation == "existing") {
+            auto second = env.makePairedBridge();
+            QVERIFY(second && pollUntilClientKnown(*second));
+            QCOMPARE(v2(*second)->geofenceClientId(), registered);
+            QCOMPARE(env.requests("POST", clientPath).size(), std::size_t(1));
+        } else if (situation == "deleted") {
+            QNetworkRequest request = v2(*first)->createRequest("geofence_client/" + registered);
+            // The bridges' reply funnel on the shared manager deletes the reply once it is done.
+            const QPointer<QNetworkReply> reply = env.nam().deleteResource(request);
+            QTRY_VERIFY(!reply || reply->isFinished());
+            QVERIFY(openStream(env, *first));
+            LogCapture log;
+            v2(*first)->updateGeofenceName(); // the rename fails: the client is looked for anew
+            QTRY_VERIFY(v2(*first)->geofenceClientId().isEmpty());
+            QVERIFY(log.contains("geofenceclient request error:"));
+            QVERIFY(pollUntilClientKnown(*first));
+            QVERIFY(v2(*first)->geofenceClientId() != registered);
+            QCOMPARE(env.requests("POST", clientPath).size(), std::size_t(2));
+        }
+    }
+};
 
 QTEST_GUILESS_MAIN(TestBridgeAPI2Stream)
 #include "tst_bridgeapi2stream.moc"

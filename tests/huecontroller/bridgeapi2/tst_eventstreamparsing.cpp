@@ -10,19 +10,6 @@
 
 using namespace hue;
 
-class TestEventStreamParsing : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void framesAtEverySplitPoint_data();
-    void framesAtEverySplitPoint();
-    void messageFields_data();
-    void messageFields();
-    void badEventsAreLoggedAndSkipped_data();
-    void badEventsAreLoggedAndSkipped();
-};
-
 namespace {
 
 struct Parsed
@@ -52,100 +39,107 @@ Parsed feedInTwo(const QByteArray& stream, int split)
 
 } // namespace
 
-void TestEventStreamParsing::framesAtEverySplitPoint_data()
+class TestEventStreamParsing : public QObject
 {
-    QTest::addColumn<QByteArray>("stream");
-    const QByteArray lf = ": hi\n\nid: 1:0\ndata: [1,\ndata: 2]\n\nretry: 5000\n\nid: 1:1\ndata:[3]\n\n";
-    QTest::addRow("LF") << lf;
-    QTest::addRow("CRLF") << QByteArray(lf).replace("\n", "\r\n");
-}
+    Q_OBJECT
 
-void TestEventStreamParsing::framesAtEverySplitPoint()
-{
-    QFETCH(QByteArray, stream);
-    LogCapture log;
-    for (int split = 0; split <= stream.size(); ++split) {
-        const Parsed parsed = feedInTwo(stream, split);
-        QCOMPARE(parsed.ids, (QList<QByteArray>{"1:0", "1:1"}));
-        // Two data lines join with a line feed; a missing blank after the colon is fine.
-        QCOMPARE(parsed.data, (QList<QByteArray>{"[1,\n2]", "[3]"}));
-        QCOMPARE(parsed.retries, QList<int>{5000});
+private slots:
+    void framesAtEverySplitPoint_data()
+    {
+        QTest::addColumn<QByteArray>("stream");
+        const QByteArray lf = ": hi\n\nid: 1:0\ndata: [1,\ndata: 2]\n\nretry: 5000\n\nid: 1:1\ndata:[3]\n\n";
+        QTest::addRow("LF") << lf;
+        QTest::addRow("CRLF") << QByteArray(lf).replace("\n", "\r\n");
     }
-    QCOMPARE(log.lines().size(), 0); // comments are skipped silently
-}
 
-void TestEventStreamParsing::messageFields_data()
-{
-    QTest::addColumn<QByteArray>("message");
-    QTest::addColumn<int>("retry");
-    QTest::addColumn<QByteArray>("data");
-    QTest::addColumn<QByteArray>("logged");
-    QTest::addRow("retry not a number")
-        << QByteArray("retry: soon\nevent: x\ndata: y\n") << -1 << QByteArray("y") << QByteArray();
-    QTest::addRow("unknown key") << QByteArray("colour: red\ndata: z\n") << -1 << QByteArray("z")
-                                 << QByteArray("ignoring unknown key colour in event stream");
-    QTest::addRow("line without colon") << QByteArray("retry: 7\ndata: a\nnonsense\n") << 7 << QByteArray("a")
-                                        << QByteArray("message looks broken:");
-}
+    void framesAtEverySplitPoint()
+    {
+        QFETCH(QByteArray, stream);
+        LogCapture log;
+        for (int split = 0; split <= stream.size(); ++split) {
+            const Parsed parsed = feedInTwo(stream, split);
+            QCOMPARE(parsed.ids, (QList<QByteArray>{"1:0", "1:1"}));
+            // Two data lines join with a line feed; a missing blank after the colon is fine.
+            QCOMPARE(parsed.data, (QList<QByteArray>{"[1,\n2]", "[3]"}));
+            QCOMPARE(parsed.retries, QList<int>{5000});
+        }
+        QCOMPARE(log.lines().size(), 0); // comments are skipped silently
+    }
 
-void TestEventStreamParsing::messageFields()
-{
-    QFETCH(QByteArray, message);
-    QFETCH(int, retry);
-    QFETCH(QByteArray, data);
-    QFETCH(QByteArray, logged);
-    LogCapture log;
-    const EventStreamMessage parsed = EventStreamFramer::parseMessage(message);
-    QCOMPARE(parsed.retryMs, retry);
-    QCOMPARE(parsed.data, data);
-    if (logged.isEmpty())
-        QCOMPARE(log.lines().size(), 0);
-    else
-        QVERIFY2(log.contains(logged), log.lines().join('\n').constData());
-}
+    void messageFields_data()
+    {
+        QTest::addColumn<QByteArray>("message");
+        QTest::addColumn<int>("retry");
+        QTest::addColumn<QByteArray>("data");
+        QTest::addColumn<QByteArray>("logged");
+        QTest::addRow("retry not a number")
+            << QByteArray("retry: soon\nevent: x\ndata: y\n") << -1 << QByteArray("y") << QByteArray();
+        QTest::addRow("unknown key") << QByteArray("colour: red\ndata: z\n") << -1 << QByteArray("z")
+                                     << QByteArray("ignoring unknown key colour in event stream");
+        QTest::addRow("line without colon") << QByteArray("retry: 7\ndata: a\nnonsense\n") << 7
+                                            << QByteArray("a") << QByteArray("message looks broken:");
+    }
 
-void TestEventStreamParsing::badEventsAreLoggedAndSkipped_data()
-{
-    QTest::addColumn<QByteArray>("data");
-    QTest::addColumn<int>("resources");
-    QTest::addColumn<QByteArray>("logged");
-    const QByteArray good = R"({"type":"update","data":[{"id":"a","type":"light"}]})";
-    QTest::addRow("good") << "[" + good + "]" << 1 << QByteArray();
-    QTest::addRow("not JSON") << QByteArray("[{") << 0 << QByteArray("JSON parse error in event stream:");
-    QTest::addRow("not an array") << QByteArray(R"({"type":"update"})") << 0
-                                  << QByteArray("Eventstream entry is not an array:");
-    QTest::addRow("element not an object")
-        << "[7," + good + "]" << 1 << QByteArray("Eventstream array entry is not an object:");
-    QTest::addRow("no type") << "[{\"data\":[]}," + good + "]" << 1
-                             << QByteArray("Event is missing a required key");
-    QTest::addRow("no data") << "[{\"type\":\"add\"}," + good + "]" << 1
-                             << QByteArray("Event is missing a required key");
-    QTest::addRow("unknown type") << QByteArray(R"([{"type":"rename","data":[]}])") << 0
-                                  << QByteArray("got unknown event type rename");
-    QTest::addRow("error event") << QByteArray(R"([{"type":"error","data":[{"id":"x"}]}])") << 0
-                                 << QByteArray("got an error event in stream:");
-    QTest::addRow("data not an array")
-        << QByteArray(R"([{"type":"add","data":{}}])") << 0 << QByteArray("got event with non-array data:");
-    QTest::addRow("resource not an object") << QByteArray(R"([{"type":"delete","data":["x",{"id":"b"}]}])")
-                                            << 1 << QByteArray("got non-object entry in data 0 of event:");
-}
+    void messageFields()
+    {
+        QFETCH(QByteArray, message);
+        QFETCH(int, retry);
+        QFETCH(QByteArray, data);
+        QFETCH(QByteArray, logged);
+        LogCapture log;
+        const EventStreamMessage parsed = EventStreamFramer::parseMessage(message);
+        QCOMPARE(parsed.retryMs, retry);
+        QCOMPARE(parsed.data, data);
+        if (logged.isEmpty())
+            QCOMPARE(log.lines().size(), 0);
+        else
+            QVERIFY2(log.contains(logged), log.lines().join('\n').constData());
+    }
 
-void TestEventStreamParsing::badEventsAreLoggedAndSkipped()
-{
-    QFETCH(QByteArray, data);
-    QFETCH(int, resources);
-    QFETCH(QByteArray, logged);
-    LogCapture log;
-    const StreamEventBatch batch = parseStreamEvents(data);
-    int count = 0;
-    for (const StreamEvent& event : batch.events)
-        count += int(event.resources.size());
-    QCOMPARE(count, resources);
-    if (logged.isEmpty())
-        QCOMPARE(log.lines().size(), 0);
-    else
-        QVERIFY2(log.contains(logged), log.lines().join('\n').constData());
-}
+    void badEventsAreLoggedAndSkipped_data()
+    {
+        QTest::addColumn<QByteArray>("data");
+        QTest::addColumn<int>("resources");
+        QTest::addColumn<QByteArray>("logged");
+        const QByteArray good = R"({"type":"update","data":[{"id":"a","type":"light"}]})";
+        QTest::addRow("good") << "[" + good + "]" << 1 << QByteArray();
+        QTest::addRow("not JSON") << QByteArray("[{") << 0 << QByteArray("JSON parse error in event stream:");
+        QTest::addRow("not an array")
+            << QByteArray(R"({"type":"update"})") << 0 << QByteArray("Eventstream entry is not an array:");
+        QTest::addRow("element not an object")
+            << "[7," + good + "]" << 1 << QByteArray("Eventstream array entry is not an object:");
+        QTest::addRow("no type") << "[{\"data\":[]}," + good + "]" << 1
+                                 << QByteArray("Event is missing a required key");
+        QTest::addRow("no data") << "[{\"type\":\"add\"}," + good + "]" << 1
+                                 << QByteArray("Event is missing a required key");
+        QTest::addRow("unknown type") << QByteArray(R"([{"type":"rename","data":[]}])") << 0
+                                      << QByteArray("got unknown event type rename");
+        QTest::addRow("error event") << QByteArray(R"([{"type":"error","data":[{"id":"x"}]}])") << 0
+                                     << QByteArray("got an error event in stream:");
+        QTest::addRow("data not an array") << QByteArray(R"([{"type":"add","data":{}}])") << 0
+                                           << QByteArray("got event with non-array data:");
+        QTest::addRow("resource not an object")
+            << QByteArray(R"([{"type":"delete","data":["x",{"id":"b"}]}])") << 1
+            << QByteArray("got non-object entry in data 0 of event:");
+    }
+
+    void badEventsAreLoggedAndSkipped()
+    {
+        QFETCH(QByteArray, data);
+        QFETCH(int, resources);
+        QFETCH(QByteArray, logged);
+        LogCapture log;
+        const StreamEventBatch batch = parseStreamEvents(data);
+        int count = 0;
+        for (const StreamEvent& event : batch.events)
+            count += int(event.resources.size());
+        QCOMPARE(count, resources);
+        if (logged.isEmpty())
+            QCOMPARE(log.lines().size(), 0);
+        else
+            QVERIFY2(log.contains(logged), log.lines().join('\n').constData());
+    }
+};
 
 QTEST_GUILESS_MAIN(TestEventStreamParsing)
 #include "tst_eventstreamparsing.moc"

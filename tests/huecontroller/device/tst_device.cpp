@@ -4,7 +4,6 @@
 
 #include "common/logginginterface.h"
 
-#include <QPointer>
 #include <QSet>
 #include <QtTest>
 
@@ -54,8 +53,6 @@ private slots:
             << QStringList{"1A", "1ac"} << QList<int>{IDP_BRIGHTNESS, IDP_TIMED_DIMMING} << QString();
         QTest::addRow("unparsable id")
             << QStringList{"zz", "0x17"} << QList<int>{-1, IDP_HSV_COLOR} << "Failed to parse pairingId zz";
-        QTest::addRow("output id is no input")
-            << QStringList{"0x100"} << QList<int>{-1} << "Unknown input datapoint with pairingId 0x100";
     }
     void inputIndexes()
     {
@@ -110,14 +107,6 @@ private slots:
         QCOMPARE(device.inputDatapointIndex(IDP_SWITCH_ON_OFF), -1);
         QVERIFY(!device.parseXML("<device><channels/></device>"));
         QVERIFY(!device.parseXML("<device"));
-    }
-
-    void datapointNames()
-    {
-        QCOMPARE(getInputDatapointName(IDP_TIMED_DIMMING), QByteArray("IDP_TIMED_DIMMING"));
-        QCOMPARE(getInputDatapointName(EInputDatapoint(14)), QByteArray("invalid:14"));
-        QCOMPARE(getOutputDatapointName(ODP_INFO_TIMED_DIMMING), QByteArray("ODP_INFO_TIMED_DIMMING"));
-        QCOMPARE(getOutputDatapointName(EOutputDatapoint(9)), QByteArray("invalid:9"));
     }
 
     void capabilities_data()
@@ -181,32 +170,6 @@ private slots:
         QCOMPARE(outputs.contains(ODP_INFO_COLOR_MODE), d->isExtendedColor());
         QVERIFY(d->parameterIndex(PARAM_SWITCH_ON_MODE) >= 0);
         QCOMPARE(d->parameterIndex(PARAM_MAX_BRIGHTNESS_NIGHT) >= 0, d->supportsBrightness());
-
-        // A group offers exactly what the light kind of the same capability offers.
-        if (type >= GroupOnOff) {
-            const CDevice* light = controller.deviceByType(LightType(type - GroupOnOff));
-            for (int i = 0; i < InputDatapointCount; ++i)
-                QCOMPARE(d->inputDatapointIndex(EInputDatapoint(i)),
-                         light->inputDatapointIndex(EInputDatapoint(i)));
-        }
-    }
-
-    void controllerKeepsOneDescriptionPerType()
-    {
-        ConstDataDir = QStringLiteral(HUE_CONST_DATA_DIR);
-        {
-            CController controller;
-            QCOMPARE(g_Controller, &controller);
-            QVERIFY(!controller.deviceByType(LightDimmable));
-            controller.loadLightSpec(LightDimmable, QStringLiteral("hue-onoff.xml"));
-            QPointer<CDevice> first = controller.deviceByType(LightDimmable);
-            QVERIFY(first);
-            QCOMPARE(first->fileName(), ConstDataDir + "/hue/hue-onoff.xml");
-            controller.loadLightSpec(LightDimmable, QStringLiteral("hue-dimmable.xml"));
-            QVERIFY(first.isNull());
-            QVERIFY(controller.deviceByType(LightDimmable)->inputDatapointIndex(IDP_BRIGHTNESS) >= 0);
-        }
-        QVERIFY(!g_Controller);
     }
 
 private:

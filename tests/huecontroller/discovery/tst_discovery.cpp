@@ -94,27 +94,20 @@ private slots:
         QTRY_COMPARE(watches(), (QStringList{"ssdp upnp:rootdevice hue_controller",
                                              "ssdp urn:schemas-upnp-org:device:basic:1 hue_controller"}));
         m_emu.clearRequests();
-        QList<quint32> shortIds;
-        for (int round = 1; round <= 2; ++round) { // the second round: found again after the expiry
-            for (int repeat = 0; repeat < 2; ++repeat)
-                m_hub->system()->ssdpDevice(Kind::Alive, location(), kUsn, "001788FFFE123456", 100,
-                                            "upnp:rootdevice");
-            QTRY_VERIFY(controller.bridgeByBridgeId(kId));
-            QCOMPARE(listener.devices().value(kId).state, int(CUpnpListener::DeviceSettled));
-            QCOMPARE(requestCount("/description.xml"), round); // the repetition fetched nothing
-            QCOMPARE(requestCount("/api/config"), round);
-            shortIds << controller.bridgeByBridgeId(kId)->shortId();
-            QCOMPARE(get("hueBridgeIDs/" + kId).toUInt(), shortIds.last());
+        for (int repeat = 0; repeat < 2; ++repeat)
+            m_hub->system()->ssdpDevice(Kind::Alive, location(), kUsn, "001788FFFE123456", 100,
+                                        "upnp:rootdevice");
+        QTRY_VERIFY(controller.bridgeByBridgeId(kId));
+        QCOMPARE(listener.devices().value(kId).state, int(CUpnpListener::DeviceSettled));
+        QCOMPARE(requestCount("/description.xml"), 1); // the repetition fetched nothing
+        QCOMPARE(get("hueBridgeIDs/" + kId).toUInt(), controller.bridgeByBridgeId(kId)->shortId());
 
-            listener.onUpnpDeviceDiscovery(false, 0, "", headers("http://127.0.0.1:1/description.xml"));
-            QVERIFY(controller.bridgeByBridgeId(kId)); // the bye-bye of a place the bridge has left
-            m_hub->system()->ssdpDevice(Kind::Expired, location(), kUsn.section("::", 0, 0),
-                                        "001788FFFE123456", 100, "urn:schemas-upnp-org:device:basic:1");
-            QTRY_VERIFY(!controller.bridgeByBridgeId(kId));
-            QVERIFY(listener.devices().isEmpty());
-        }
-        QCOMPARE(shortIds[0], shortIds[1]);
-        QCOMPARE(CUpnpListener::Device{QUrl("https://127.0.0.1/d.xml")}.port(), 443);
+        listener.onUpnpDeviceDiscovery(false, 0, "", headers("http://127.0.0.1:1/description.xml"));
+        QVERIFY(controller.bridgeByBridgeId(kId)); // the bye-bye of a place the bridge has left
+        m_hub->system()->ssdpDevice(Kind::Expired, location(), kUsn.section("::", 0, 0), "001788FFFE123456",
+                                    100, "urn:schemas-upnp-org:device:basic:1");
+        QTRY_VERIFY(!controller.bridgeByBridgeId(kId));
+        QVERIFY(listener.devices().isEmpty());
         listener.stop();
         QTRY_VERIFY(watches().isEmpty());
     }
@@ -130,9 +123,6 @@ private slots:
                                           << 2 << true << QByteArray("identifying bridge 001788fffe123456");
         QTest::addRow("other device") << model("Sonos</modelName></device></root>") << 2 << false
                                       << QByteArray("model does not look like a bridge: Sonos");
-        QTest::addRow("model outside device")
-            << QByteArray("<root><modelName>Philips hue bridge</modelName></root>") << 2 << false
-            << QByteArray("model does not look like a bridge:");
         QTest::addRow("not XML") << model("Philips hue bridge") << 0 << false
                                  << QByteArray("Parse error in description XML from device line 1 column");
         QTest::addRow("server error")
@@ -194,7 +184,6 @@ private slots:
                  {"announced id", kId, R"({"name":"H","apiversion":"1.65.0"})", "", "H"},
                  {"no id at all", "", R"({"name":"H"})", "got finished signal with no bridge id", ""},
                  {"blank id", kId, R"({"bridgeid":""})", "bridge at 127.0.0.1 replied with blank ID", ""},
-                 {"array", "", "[1]", "malformed JSON in api/config reply: [1]", ""},
                  {"not JSON", "", "{nope", "JSON parse error while trying to parse api/config reply:", ""},
                  {"refused", kId, "", "identification request failed:", ""}})
             QTest::addRow("%s", tag) << expectedId << body << log << name;
@@ -233,8 +222,6 @@ private slots:
                  {"ignore", "hueBridges/<id>=ignore;hueBridgeUserNames/<id>=u", "ignore", "is ignored", "u"},
                  {"error", "hueBridges/<id>=error;hueBridgeUserNames/<id>=u", "pair",
                   "bridge was saved in error state, trying to repair", "u"},
-                 {"weird", "hueBridges/<id>=bogus", "new", "current bridge state weird: bogus", ""},
-                 {"pair without user", "hueBridges/<id>=pair", "pair", "No user stored for bridge", ""},
                  {"old id form", "hueBridges/<old>=paired;hueBridgeUserNames/<old>=u;hueBridgeIDs/<old>=4242",
                   "paired", "converting the settings of bridge 2f402f80da5011e19b23001788123456", "u 4242"}})
             QTest::addRow("%s", tag) << stored << state << log << user;

@@ -14,46 +14,10 @@
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QSslConfiguration>
 #include <QThread>
 #include <QtTest>
 
 using namespace hue;
-
-class TestBridgeRegistry : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void initTestCase();
-    void cleanup() { set("hue/usedBridgeIDs", ""); } // one row takes every short id
-    void shortId_data();
-    void shortId();
-    void configChange_data();
-    void configChange();
-    void changesInQuickSuccessionAreAppliedOnce();
-    void bridgesArePolledInTurn();
-    void supportInfo_data();
-    void supportInfo();
-    void certificate_data();
-    void certificate();
-    void handshakesPinTheFirstCertificate();
-
-private:
-    static void set(const QString& key, const QString& value)
-    {
-        ConfigCache::instance()->setConfigValueNonblock(key, value, true);
-    }
-    static QString get(const QString& key) { return ConfigCache::instance()->getConfigValue(key); }
-    // At a closed port: the registry logic runs, the bridge's requests fail at once.
-    static CBridge* addBridge(CController& controller, const QByteArray& id)
-    {
-        return controller.registerBridge(id, QStringLiteral("127.0.0.1"), 1, QStringLiteral("B"));
-    }
-
-    QTemporaryDir m_dir;
-    std::unique_ptr<HubSimulator> m_hub;
-};
 
 // Subject and issuer as "C=NL/O=Philips Hue/CN=id", signed with a fresh key.
 static QSslCertificate makeCertificate(const QByteArray& subject, const QByteArray& issuer)
@@ -81,291 +45,275 @@ static QSslCertificate makeCertificate(const QByteArray& subject, const QByteArr
     return result;
 }
 
-void TestBridgeRegistry::initTestCase()
+class TestBridgeRegistry : public QObject
 {
-    m_hub = std::make_unique<HubSimulator>(HubSimOptions{m_dir.path()});
-    QVERIFY(m_hub->start());
-    QVERIFY(ConfigCache::instance()->connectToDatabase(SocketConnection::LocalSocket, m_dir.path()));
-    QTRY_VERIFY(ConfigCache::instance()->isReady());
-    std::srand(1);
-}
+    Q_OBJECT
 
-void TestBridgeRegistry::shortId_data()
-{
-    QTest::addColumn<QByteArray>("bridgeId");
-    QTest::addColumn<QString>("stored");
-    QTest::addColumn<QString>("used");
-    QTest::addColumn<int>("expected"); // -1: any free number but the fold; -2: refused
-    QString all;
-    for (int i = 0; i < 65536; ++i)
-        all += QString::number(i) + ' ';
-    const QList<std::tuple<const char*, QByteArray, QString, QString, int>> rows{
-        {"xor fold", "001788fffe123456", "", "1 2", 60417},
-        {"short id", "abc", "", "", 44717},
-        {"bad group, remainder", "zzzz12345", "", "7", 48281},
-        {"stored kept", "001788fffe000001", "7", "7", 7},
-        {"stored too big", "0000000000001234", "65536", "", 48281},
-        {"stored text", "0000000000001235", "abc", "5", 48280},
-        {"collision", "00000000", "", "3  44717 9", -1},
-        {"all used", "0000000000000001", "", all, -2}};
-    for (const auto& [tag, id, stored, used, expected] : rows)
-        QTest::addRow("%s", tag) << id << stored << used << expected;
-}
+private slots:
+    void cleanup() { set("hue/usedBridgeIDs", ""); } // the rows share one used-id list
 
-void TestBridgeRegistry::shortId()
-{
-    QFETCH(QByteArray, bridgeId);
-    QFETCH(QString, stored);
-    QFETCH(QString, used);
-    QFETCH(int, expected);
-    // Every short id in one value is too big for a round trip through the in-process hub, which
-    // shares this thread: that row works on the cache alone.
-    QTemporaryDir nowhere;
-    if (expected == -2)
-        QVERIFY(!ConfigCache::instance()->connectToDatabase(SocketConnection::LocalSocket, nowhere.path()));
-    CController controller;
-    set("hueBridgeIDs/" + bridgeId, stored);
-    set("hue/usedBridgeIDs", used);
-    LogCapture log;
-    int shortId = -1;
-    QCOMPARE(controller.calculateShortId(shortId, bridgeId), expected != -2);
-    const QStringList before = used.split(' ', Qt::SkipEmptyParts);
-    if (expected == -2) {
-        QVERIFY(log.contains("All bridge ids in use. This must never happen"));
-        QCOMPARE(get("hue/usedBridgeIDs"), used);
-        set("hue/usedBridgeIDs", "");
+private:
+    static void set(const QString& key, const QString& value)
+    {
+        ConfigCache::instance()->setConfigValueNonblock(key, value, true);
+    }
+    static QString get(const QString& key) { return ConfigCache::instance()->getConfigValue(key); }
+    // At a closed port: the registry logic runs, the bridge's requests fail at once.
+    static CBridge* addBridge(CController& controller, const QByteArray& id)
+    {
+        return controller.registerBridge(id, QStringLiteral("127.0.0.1"), 1, QStringLiteral("B"));
+    }
+
+    QTemporaryDir m_dir;
+    std::unique_ptr<HubSimulator> m_hub;
+
+private slots:
+    void initTestCase()
+    {
+        m_hub = std::make_unique<HubSimulator>(HubSimOptions{m_dir.path()});
+        QVERIFY(m_hub->start());
         QVERIFY(ConfigCache::instance()->connectToDatabase(SocketConnection::LocalSocket, m_dir.path()));
         QTRY_VERIFY(ConfigCache::instance()->isReady());
-        return;
+        std::srand(1);
     }
-    if (expected == -1)
-        QVERIFY(shortId != 44717 && !before.contains(QString::number(shortId)) && shortId <= 0xFFFF);
-    else
-        QCOMPARE(shortId, expected);
-    QCOMPARE(get("hueBridgeIDs/" + bridgeId), QString::number(shortId));
-    const QStringList added = stored == "7" ? QStringList() : QStringList{QString::number(shortId)};
-    QCOMPARE(get("hue/usedBridgeIDs").split(' '), before + added); // never shrinks
-}
 
-void TestBridgeRegistry::configChange_data()
-{
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("value");
-    QTest::addColumn<bool>("pending");
-    QTest::addColumn<bool>("removed");
-    QTest::addColumn<bool>("ignored");
-    QTest::addColumn<int>("userNameState");
-    const QList<std::tuple<const char*, QString, QString, bool, bool, bool, int>> rows{
-        {"pair without user", "hueBridges/", "pair", true, false, false, CBridge::USERNAME_REGISTERING},
-        {"ignore", "hueBridges/", "ignore", true, false, true, 0},
-        {"short id changed", "hueBridgeIDs/", "", true, false, false, 0},
-        {"delete, 32 characters", "hueBridges/" + QString(32, 'a'), "delete", false, true, false, 0},
-        {"delete, 31 characters", "hueBridges/" + QString(31, 'b'), "delete", false, false, false, 0},
-        {"other key", "hue/useGroups", "1", false, false, false, 0}};
-    for (const auto& [tag, key, value, pending, removed, ignored, state] : rows)
-        QTest::addRow("%s", tag) << key << value << pending << removed << ignored << state;
-}
+    void shortId_data()
+    {
+        QTest::addColumn<QByteArray>("bridgeId");
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<QString>("used");
+        QTest::addColumn<int>("expected"); // -1: any free number but the fold
+        const QList<std::tuple<const char*, QByteArray, QString, QString, int>> rows{
+            {"xor fold", "001788fffe123456", "", "1 2", 60417},
+            {"short id", "abc", "", "", 44717},
+            {"bad group, remainder", "zzzz12345", "", "7", 48281},
+            {"stored kept", "001788fffe000001", "7", "7", 7},
+            {"stored too big", "0000000000001234", "65536", "", 48281},
+            {"collision", "00000000", "", "3  44717 9", -1}};
+        for (const auto& [tag, id, stored, used, expected] : rows)
+            QTest::addRow("%s", tag) << id << stored << used << expected;
+    }
 
-void TestBridgeRegistry::configChange()
-{
-    QFETCH(QString, key);
-    QFETCH(QString, value);
-    QFETCH(bool, pending);
-    QFETCH(bool, removed);
-    QFETCH(bool, ignored);
-    QFETCH(int, userNameState);
-    CController controller;
-    const QByteArray id =
-        key.endsWith('/') ? QByteArray(QTest::currentDataTag()) : key.section('/', 1).toUtf8();
-    CBridge* bridge = addBridge(controller, id);
-    QSignalSpy removals(&controller, &CController::bridgeRemoved);
-    controller.start();
-    if (key.endsWith('/'))
-        key += id;
-    set(key, value);
-    controller.configValueChanged(key, value, true);
-    QCOMPARE(controller.pendingConfigChanges().size(), int(pending));
-    QCOMPARE(controller.configApplyTimer().isActive(), pending);
-    QCOMPARE(removals.count(), int(removed));
-    QCOMPARE(controller.bridgeByBridgeId(id) == nullptr, removed);
-    if (removed)
-        return;
-    controller.onCVarApplyTimeout();
-    QVERIFY(controller.pendingConfigChanges().isEmpty());
-    QCOMPARE(bridge->isIgnored(), ignored);
-    QCOMPARE(int(bridge->userNameState()), userNameState);
-}
+    void shortId()
+    {
+        QFETCH(QByteArray, bridgeId);
+        QFETCH(QString, stored);
+        QFETCH(QString, used);
+        QFETCH(int, expected);
+        CController controller;
+        set("hueBridgeIDs/" + bridgeId, stored);
+        set("hue/usedBridgeIDs", used);
+        int shortId = -1;
+        QVERIFY(controller.calculateShortId(shortId, bridgeId));
+        const QStringList before = used.split(' ', Qt::SkipEmptyParts);
+        if (expected == -1)
+            QVERIFY(shortId != 44717 && !before.contains(QString::number(shortId)) && shortId <= 0xFFFF);
+        else
+            QCOMPARE(shortId, expected);
+        QCOMPARE(get("hueBridgeIDs/" + bridgeId), QString::number(shortId));
+        const QStringList added = stored == "7" ? QStringList() : QStringList{QString::number(shortId)};
+        QCOMPARE(get("hue/usedBridgeIDs").split(' '), before + added); // never shrinks
+    }
 
-void TestBridgeRegistry::changesInQuickSuccessionAreAppliedOnce()
-{
-    CController controller;
-    CBridge* bridge = addBridge(controller, "coalesce");
-    set("hueBridges/coalesce", "ignore");
-    controller.configValueChanged("hueBridges/coalesce", "ignore", true);
-    QVERIFY(!controller.configApplyTimer().isActive()); // not started: kept for start()
-    controller.start();
-    QVERIFY(bridge->isIgnored() && controller.pendingConfigChanges().isEmpty());
+    void configChange_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<bool>("pending");
+        QTest::addColumn<bool>("removed");
+        QTest::addColumn<bool>("ignored");
+        QTest::addColumn<int>("userNameState");
+        const QList<std::tuple<const char*, QString, QString, bool, bool, bool, int>> rows{
+            {"pair without user", "hueBridges/", "pair", true, false, false, CBridge::USERNAME_REGISTERING},
+            {"ignore", "hueBridges/", "ignore", true, false, true, 0},
+            {"short id changed", "hueBridgeIDs/", "", true, false, false, 0},
+            {"delete, 32 characters", "hueBridges/" + QString(32, 'a'), "delete", false, true, false, 0},
+            {"delete, 31 characters", "hueBridges/" + QString(31, 'b'), "delete", false, false, false, 0},
+            {"other key", "hue/useGroups", "1", false, false, false, 0}};
+        for (const auto& [tag, key, value, pending, removed, ignored, state] : rows)
+            QTest::addRow("%s", tag) << key << value << pending << removed << ignored << state;
+    }
 
-    set("hueBridges/coalesce", "pair");
-    for (const char* name : {"k1", "k2", "k3"}) {
-        int remainingBefore = -1;
-        if (controller.configApplyTimer().isActive()) {
-            // Time passes without the event loop running, so the timer cannot fire in between
-            // however loaded the machine is.
-            QThread::msleep(300);
-            remainingBefore = controller.configApplyTimer().remainingTime();
+    void configChange()
+    {
+        QFETCH(QString, key);
+        QFETCH(QString, value);
+        QFETCH(bool, pending);
+        QFETCH(bool, removed);
+        QFETCH(bool, ignored);
+        QFETCH(int, userNameState);
+        CController controller;
+        const QByteArray id =
+            key.endsWith('/') ? QByteArray(QTest::currentDataTag()) : key.section('/', 1).toUtf8();
+        CBridge* bridge = addBridge(controller, id);
+        QSignalSpy removals(&controller, &CController::bridgeRemoved);
+        controller.start();
+        if (key.endsWith('/'))
+            key += id;
+        set(key, value);
+        controller.configValueChanged(key, value, true);
+        QCOMPARE(controller.pendingConfigChanges().size(), int(pending));
+        QCOMPARE(controller.configApplyTimer().isActive(), pending);
+        QCOMPARE(removals.count(), int(removed));
+        QCOMPARE(controller.bridgeByBridgeId(id) == nullptr, removed);
+        if (removed)
+            return;
+        controller.onCVarApplyTimeout();
+        QVERIFY(controller.pendingConfigChanges().isEmpty());
+        QCOMPARE(bridge->isIgnored(), ignored);
+        QCOMPARE(int(bridge->userNameState()), userNameState);
+    }
+
+    void changesInQuickSuccessionAreAppliedOnce()
+    {
+        CController controller;
+        CBridge* bridge = addBridge(controller, "coalesce");
+        set("hueBridges/coalesce", "ignore");
+        controller.configValueChanged("hueBridges/coalesce", "ignore", true);
+        QVERIFY(!controller.configApplyTimer().isActive()); // not started: kept for start()
+        controller.start();
+        QVERIFY(bridge->isIgnored() && controller.pendingConfigChanges().isEmpty());
+
+        set("hueBridges/coalesce", "pair");
+        for (const char* name : {"k1", "k2", "k3"}) {
+            int remainingBefore = -1;
+            if (controller.configApplyTimer().isActive()) {
+                // Time passes without the event loop running, so the timer cannot fire in between
+                // however loaded the machine is.
+                QThread::msleep(300);
+                remainingBefore = controller.configApplyTimer().remainingTime();
+            }
+            set("hueBridgeUserNames/coalesce", name);
+            controller.configValueChanged("hueBridgeUserNames/coalesce", name, true);
+            QVERIFY(controller.configApplyTimer().isActive());
+            QVERIFY(controller.configApplyTimer().remainingTime() > remainingBefore); // starts over
         }
-        set("hueBridgeUserNames/coalesce", name);
-        controller.configValueChanged("hueBridgeUserNames/coalesce", name, true);
-        QVERIFY(controller.configApplyTimer().isActive());
-        QVERIFY(controller.configApplyTimer().remainingTime() > remainingBefore); // starts over
+        QCOMPARE(bridge->checkCount(), 0); // nothing applied before the timer
+        LogCapture log;
+        controller.onCVarApplyTimeout();
+        controller.onCVarApplyTimeout();
+        QCOMPARE(bridge->userName(), QStringLiteral("k3"));
+        QCOMPARE(bridge->checkCount(), 1);
+        QVERIFY(!log.contains("Ignoring checkUsernameRegistered")); // a second check would be refused
     }
-    QCOMPARE(bridge->checkCount(), 0); // nothing applied before the timer
-    LogCapture log;
-    controller.onCVarApplyTimeout();
-    controller.onCVarApplyTimeout();
-    QCOMPARE(bridge->userName(), QStringLiteral("k3"));
-    QCOMPARE(bridge->checkCount(), 1);
-    QVERIFY(!log.contains("Ignoring checkUsernameRegistered")); // a second check would be refused
-}
 
-void TestBridgeRegistry::bridgesArePolledInTurn()
-{
-    CController controller;
-    CBridge* a = addBridge(controller, "turnA");
-    CBridge* b = addBridge(controller, "turnB");
-    QCOMPARE(controller.bridgeByShortID(int(b->shortId())), b);
-    QByteArrayList polled;
-    for (int i = 0; i < 4; ++i) {
+    void bridgesArePolledInTurn()
+    {
+        CController controller;
+        addBridge(controller, "turnA");
+        CBridge* b = addBridge(controller, "turnB");
+        QCOMPARE(controller.bridgeByShortID(int(b->shortId())), b);
+        QByteArrayList polled;
+        for (int i = 0; i < 4; ++i) {
+            controller.pollNextBridge();
+            polled << controller.lastPolledBridgeId();
+        }
+        const QByteArray first = controller.bridges().first()->bridgeId();
+        const QByteArray second = controller.bridges().last()->bridgeId();
+        QCOMPARE(polled, (QByteArrayList{first, second, first, second}));
+        controller.removeBridge("turnB");
         controller.pollNextBridge();
-        polled << controller.lastPolledBridgeId();
+        QCOMPARE(controller.lastPolledBridgeId(), QByteArray("turnA"));
     }
-    const QByteArray first = controller.bridges().first()->bridgeId();
-    const QByteArray second = controller.bridges().last()->bridgeId();
-    QCOMPARE(polled, (QByteArrayList{first, second, first, second}));
-    // An ignored bridge keeps its turn; the bridge itself then sends nothing.
-    a->setIgnored(true);
-    polled.clear();
-    for (int i = 0; i < 2; ++i) {
-        controller.pollNextBridge();
-        polled << controller.lastPolledBridgeId();
+
+    void supportInfo_data()
+    {
+        QTest::addColumn<int>("bridgeCount");
+        QTest::addColumn<bool>("timeout");
+        QTest::addRow("all answer") << 2 << false;
+        QTest::addRow("time-out") << 2 << true;
     }
-    QCOMPARE(polled, (QByteArrayList{first, second}));
-    a->setIgnored(false);
-    controller.removeBridge("turnB");
-    controller.pollNextBridge();
-    QCOMPARE(controller.lastPolledBridgeId(), QByteArray("turnA"));
-    controller.kill();
-    QString dump;
-    QTextStream out(&dump);
-    controller.debugDumpLightStates(out);
-    out.flush();
-    QCOMPARE(dump, QStringLiteral("Have no bridges - nothing to dump.\n"));
-}
 
-void TestBridgeRegistry::supportInfo_data()
-{
-    QTest::addColumn<int>("bridgeCount");
-    QTest::addColumn<bool>("timeout");
-    QTest::addRow("no bridges") << 0 << false;
-    QTest::addRow("all answer") << 2 << false;
-    QTest::addRow("time-out") << 2 << true;
-}
-
-void TestBridgeRegistry::supportInfo()
-{
-    QFETCH(int, bridgeCount);
-    QFETCH(bool, timeout);
-    CController controller;
-    QSignalSpy reports(&controller, &CController::supportInfoReady);
-    std::vector<std::unique_ptr<QSignalSpy>> answers;
-    for (int i = 0; i < bridgeCount; ++i)
-        answers.push_back(std::make_unique<QSignalSpy>(
-            addBridge(controller, "support" + QByteArray::number(i)), &CBridge::supportInfoGathered));
-    controller.gatherSupportInfo();
-    if (timeout) {
-        QCOMPARE(controller.outstandingSupportAnswers(), bridgeCount);
-        controller.onSupportInfoTimeout();
+    void supportInfo()
+    {
+        QFETCH(int, bridgeCount);
+        QFETCH(bool, timeout);
+        CController controller;
+        QSignalSpy reports(&controller, &CController::supportInfoReady);
+        std::vector<std::unique_ptr<QSignalSpy>> answers;
+        for (int i = 0; i < bridgeCount; ++i)
+            answers.push_back(std::make_unique<QSignalSpy>(
+                addBridge(controller, "support" + QByteArray::number(i)), &CBridge::supportInfoGathered));
+        controller.gatherSupportInfo();
+        if (timeout) {
+            QCOMPARE(controller.outstandingSupportAnswers(), bridgeCount);
+            controller.onSupportInfoTimeout();
+        }
+        QTRY_VERIFY(!reports.isEmpty() &&
+                    std::all_of(answers.begin(), answers.end(), [](auto& s) { return !s->isEmpty(); }));
+        QCOMPARE(reports.count(), 1); // late answers are dropped
+        const QByteArray report = reports.first().first().toByteArray();
+        QVERIFY(report.startsWith("Hue support info gathered at "));
+        QVERIFY(report.contains(":\n\nBridge count: " + QByteArray::number(bridgeCount) + "\n\n"));
+        QCOMPARE(report.contains("Bridge support1"), bridgeCount > 0 && !timeout);
+        QVERIFY(!controller.supportInfoTimer().isActive());
     }
-    QTRY_VERIFY(!reports.isEmpty() &&
-                std::all_of(answers.begin(), answers.end(), [](auto& s) { return !s->isEmpty(); }));
-    QCOMPARE(reports.count(), 1); // late answers are dropped
-    const QByteArray report = reports.first().first().toByteArray();
-    QVERIFY(report.startsWith("Hue support info gathered at "));
-    QVERIFY(report.contains(":\n\nBridge count: " + QByteArray::number(bridgeCount) + "\n\n"));
-    QCOMPARE(report.contains("Bridge support1"), bridgeCount > 0 && !timeout);
-    QVERIFY(!controller.supportInfoTimer().isActive());
-}
 
-void TestBridgeRegistry::certificate_data()
-{
-    QTest::addColumn<QByteArray>("subject");
-    QTest::addColumn<QByteArray>("issuer");
-    QTest::addColumn<int>("pinned");        // 0 none, 1 this certificate, 2 another one
-    QTest::addColumn<QByteArray>("logged"); // empty: accepted
-    const QByteArray own = "C=NL/O=Philips Hue/CN=";
-    const QList<std::tuple<const char*, QByteArray, QByteArray, int, QByteArray>> rows{
-        {"first contact", own + "%1", own + "%1", 0, ""},
-        {"pinned", own + "%1", own + "%1", 1, ""},
-        {"changed", own + "%1", own + "%1", 2, "unexpected cert change on bridge"},
-        {"other cname", own + "other", own + "other", 0, "cname does not match expected bridge id"},
-        {"cname case", own + "%2", own + "%2", 0, "cname does not match expected bridge id"},
-        {"signed by root", own + "%1", own + "root-bridge", 0, "peer cert does not seem to be self-signed"},
-        {"attributes", own + "%1", "CN=%1", 0, "attribute list mismatch"},
-        {"two cnames", own + "%1/CN=x", own + "%1/CN=x", 0, "too many cnames in cert"}};
-    for (const auto& [tag, subject, issuer, pinned, logged] : rows)
-        QTest::addRow("%s", tag) << subject << issuer << pinned << logged;
-}
+    void certificate_data()
+    {
+        QTest::addColumn<QByteArray>("subject");
+        QTest::addColumn<QByteArray>("issuer");
+        QTest::addColumn<int>("pinned");        // 0 none, 2 another certificate
+        QTest::addColumn<QByteArray>("logged"); // empty: accepted
+        const QByteArray own = "C=NL/O=Philips Hue/CN=";
+        const QList<std::tuple<const char*, QByteArray, QByteArray, int, QByteArray>> rows{
+            {"first contact", own + "%1", own + "%1", 0, ""},
+            {"changed", own + "%1", own + "%1", 2, "unexpected cert change on bridge"},
+            {"other cname", own + "other", own + "other", 0, "cname does not match expected bridge id"},
+            {"signed by root", own + "%1", own + "root-bridge", 0,
+             "peer cert does not seem to be self-signed"},
+            {"attributes", own + "%1", "CN=%1", 0, "attribute list mismatch"},
+            {"two cnames", own + "%1/CN=x", own + "%1/CN=x", 0, "too many cnames in cert"}};
+        for (const auto& [tag, subject, issuer, pinned, logged] : rows)
+            QTest::addRow("%s", tag) << subject << issuer << pinned << logged;
+    }
 
-void TestBridgeRegistry::certificate()
-{
-    QFETCH(QByteArray, subject);
-    QFETCH(QByteArray, issuer);
-    QFETCH(int, pinned);
-    QFETCH(QByteArray, logged);
-    const QByteArray id = QByteArray("bridge-") + QTest::currentDataTag();
-    auto fill = [&](QByteArray text) { return text.replace("%1", id).replace("%2", id.toUpper()); };
-    const QSslCertificate cert = makeCertificate(fill(subject), fill(issuer));
-    const QByteArray digest = cert.digest(QCryptographicHash::Sha256);
-    CController controller;
-    controller.setBridgeState(QString::fromUtf8(id), BridgeStatePaired);
-    controller.setBridgeCertDigest(id, pinned == 0 ? QByteArray() : pinned == 1 ? digest : QByteArray("x"));
-    LogCapture log;
-    QCOMPARE(controller.acceptSelfSignedCertificate(id, cert), logged.isEmpty());
-    QVERIFY(logged.isEmpty() || log.contains(logged));
-    QCOMPARE(controller.bridgeState(id), pinned == 2 ? BridgeStateError : BridgeStatePaired);
-    if (pinned == 0)
-        QCOMPARE(controller.bridgeCertDigest(id), logged.isEmpty() ? digest : QByteArray());
-}
+    void certificate()
+    {
+        QFETCH(QByteArray, subject);
+        QFETCH(QByteArray, issuer);
+        QFETCH(int, pinned);
+        QFETCH(QByteArray, logged);
+        const QByteArray id = QByteArray("bridge-") + QTest::currentDataTag();
+        auto fill = [&](QByteArray text) { return text.replace("%1", id); };
+        const QSslCertificate cert = makeCertificate(fill(subject), fill(issuer));
+        const QByteArray digest = cert.digest(QCryptographicHash::Sha256);
+        CController controller;
+        controller.setBridgeState(QString::fromUtf8(id), BridgeStatePaired);
+        controller.setBridgeCertDigest(id, pinned == 0 ? QByteArray() : QByteArray("x"));
+        LogCapture log;
+        QCOMPARE(controller.acceptSelfSignedCertificate(id, cert), logged.isEmpty());
+        QVERIFY(logged.isEmpty() || log.contains(logged));
+        QCOMPARE(controller.bridgeState(id), pinned == 2 ? BridgeStateError : BridgeStatePaired);
+        if (pinned == 0)
+            QCOMPARE(controller.bridgeCertDigest(id), logged.isEmpty() ? digest : QByteArray());
+    }
 
-void TestBridgeRegistry::handshakesPinTheFirstCertificate()
-{
-    CController controller;
-    const auto cas = QSslConfiguration::defaultConfiguration().caCertificates();
-    QVERIFY(std::any_of(cas.begin(), cas.end(), [](const QSslCertificate& c) {
-        return c.digest(QCryptographicHash::Sha256).toHex().startsWith("f0bd8e6509e82f77"); // Hue root
-    }));
-    bridgeemu::EmulatorConfig config;
-    config.identity.bridgeId = "001788fffe00aa01";
-    bridgeemu::BridgeEmulator first(config), second(config); // same id, two certificates
-    QVERIFY(first.start() && second.start());
-    auto fetch = [&](bridgeemu::BridgeEmulator& emulator, const QVariant& bridgeId) {
-        QNetworkReply* reply = controller.networkAccessManager()->get(QNetworkRequest(
-            QUrl(QStringLiteral("https://127.0.0.1:%1/api/config").arg(emulator.httpsPort()))));
-        reply->setProperty("hueBridgeId", bridgeId);
-        QSignalSpy finished(reply, &QNetworkReply::finished);
-        const bool ok = finished.wait(5000) && reply->error() == QNetworkReply::NoError;
-        reply->deleteLater();
-        return ok;
-    };
-    LogCapture log;
-    QVERIFY(!fetch(first, QVariant()));
-    QVERIFY(log.contains("got SSL errors in request without bridge ID"));
-    QVERIFY(fetch(first, QByteArray("001788fffe00aa01")));
-    QCOMPARE(controller.bridgeCertDigest("001788fffe00aa01").size(), 32);
-    QVERIFY(!fetch(second, QByteArray("001788fffe00aa01")));
-    QCOMPARE(controller.bridgeState("001788fffe00aa01"), BridgeStateError);
-}
+    void handshakesPinTheFirstCertificate()
+    {
+        CController controller;
+        bridgeemu::EmulatorConfig config;
+        config.identity.bridgeId = "001788fffe00aa01";
+        bridgeemu::BridgeEmulator first(config), second(config); // same id, two certificates
+        QVERIFY(first.start() && second.start());
+        auto fetch = [&](bridgeemu::BridgeEmulator& emulator, const QVariant& bridgeId) {
+            QNetworkReply* reply = controller.networkAccessManager()->get(QNetworkRequest(
+                QUrl(QStringLiteral("https://127.0.0.1:%1/api/config").arg(emulator.httpsPort()))));
+            reply->setProperty("hueBridgeId", bridgeId);
+            QSignalSpy finished(reply, &QNetworkReply::finished);
+            const bool ok = finished.wait(5000) && reply->error() == QNetworkReply::NoError;
+            reply->deleteLater();
+            return ok;
+        };
+        LogCapture log;
+        QVERIFY(!fetch(first, QVariant()));
+        QVERIFY(log.contains("got SSL errors in request without bridge ID"));
+        QVERIFY(fetch(first, QByteArray("001788fffe00aa01")));
+        QCOMPARE(controller.bridgeCertDigest("001788fffe00aa01").size(), 32);
+        QVERIFY(!fetch(second, QByteArray("001788fffe00aa01")));
+        QCOMPARE(controller.bridgeState("001788fffe00aa01"), BridgeStateError);
+    }
+};
 
 QTEST_MAIN(TestBridgeRegistry)
 #include "tst_bridgeregistry.moc"

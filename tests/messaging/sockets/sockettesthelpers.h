@@ -2,10 +2,12 @@
 
 #include <common/logginginterface.h>
 #include <common/messaging/socketadaptor.h>
+#include <common/messaging/socketinterface.h>
 #include <common/messaging/socketpromise.h>
 
 #include <QMutex>
 #include <QStringList>
+#include <QTemporaryDir>
 #include <QThread>
 #include <QTimer>
 
@@ -64,7 +66,6 @@ public:
     Q_INVOKABLE qint64 echo(qint64 v) { return v; } // a typedef of qlonglong
     Q_INVOKABLE InternalId echo(InternalId v) { return v; }
     Q_INVOKABLE QMap<QString, QString> echo(QMap<QString, QString> v) { return v; }
-    Q_INVOKABLE QVariantMap echo(QVariantMap v) { return v; }
 
     Q_INVOKABLE int sum(int a, int b, int c, int d, int e, int f, int g, int h, int i, int j)
     {
@@ -134,4 +135,30 @@ private:
     QThread m_thread;
     mutable QObject m_context;
     SocketAdaptor* m_adaptor = nullptr;
+};
+
+// A temporary socket directory with an EchoService on a local and a TCP server, answering in a
+// thread of its own; made afresh for each test function.
+struct EchoFixture
+{
+    EchoFixture()
+        : service([dir = dir.path()] {
+              auto* echo = new EchoService;
+              echo->setInvokeTimeout(100);
+              if (!echo->startLocalServer(dir) || !echo->startTcpServer(dir, 0))
+                  qFatal("cannot start the test service");
+              return echo;
+          })
+    {
+    }
+    EchoService* echo() const { return service.adaptor<EchoService>(); }
+    std::unique_ptr<SocketInterface>
+    connect(SocketConnection::SocketType type = SocketConnection::LocalSocket) const
+    {
+        return std::make_unique<SocketInterface>(type, QStringLiteral("com.orlux.test.echo"), dir.path(),
+                                                 nullptr, "tester");
+    }
+
+    QTemporaryDir dir;
+    ServiceThread service;
 };

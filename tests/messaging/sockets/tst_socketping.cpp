@@ -33,44 +33,41 @@ class TestSocketPing : public QObject
     Q_OBJECT
 
 private slots:
-    void heartbeatReachesDiagnosis_data();
-    void heartbeatReachesDiagnosis();
-};
-
-void TestSocketPing::heartbeatReachesDiagnosis_data()
-{
-    QTest::addColumn<QString>("socketType");
-    QTest::addRow("local") << "local";
-    QTest::addRow("tcp") << "tcp";
-}
-
-void TestSocketPing::heartbeatReachesDiagnosis()
-{
-    QFETCH(QString, socketType);
-    QTemporaryDir dir;
-    QSettings settings("vorn", "database");
-    settings.setValue("socketDir", dir.path());
-    settings.setValue("socketType", socketType);
-    settings.sync();
-
-    PingingService service;
+    void heartbeatReachesDiagnosis_data()
     {
-        LogCapture log;
-        service.heartbeatTimerFired(); // nobody listens yet
-        QVERIFY(log.contains("Failed to connect to diagnosis, retrying with heartbeat"));
-        QVERIFY(!service.isConnectedToDiagnosis());
+        QTest::addColumn<QString>("socketType");
+        QTest::addRow("local") << "local";
+        QTest::addRow("tcp") << "tcp";
     }
 
-    FakeDiagnosis diagnosis;
-    QVERIFY(socketType == "tcp" ? diagnosis.startTcpServer(dir.path(), 0)
-                                : diagnosis.startLocalServer(dir.path()));
-    service.heartbeatTimerFired();
-    QTRY_COMPARE(diagnosis.pings, QStringList{"test-module 255"});
+    void heartbeatReachesDiagnosis()
+    {
+        QFETCH(QString, socketType);
+        QTemporaryDir dir;
+        QSettings settings("vorn", "database");
+        settings.setValue("socketDir", dir.path());
+        settings.setValue("socketType", socketType);
+        settings.sync();
 
-    service.setHealth(7);
-    QVERIFY(service.sendHeartbeat());
-    QTRY_COMPARE(diagnosis.pings, QStringList({"test-module 255", "test-module 7"}));
-}
+        PingingService service;
+        {
+            LogCapture log;
+            service.heartbeatTimerFired(); // nobody listens yet
+            QVERIFY(log.contains("Failed to connect to diagnosis, retrying with heartbeat"));
+            QVERIFY(!service.isConnectedToDiagnosis());
+        }
+
+        FakeDiagnosis diagnosis;
+        QVERIFY(socketType == "tcp" ? diagnosis.startTcpServer(dir.path(), 0)
+                                    : diagnosis.startLocalServer(dir.path()));
+        service.heartbeatTimerFired();
+        QTRY_COMPARE(diagnosis.pings, QStringList{"test-module 255"});
+
+        service.setHealth(7);
+        QVERIFY(service.sendHeartbeat());
+        QTRY_COMPARE(diagnosis.pings, QStringList({"test-module 255", "test-module 7"}));
+    }
+};
 
 QTEST_GUILESS_MAIN(TestSocketPing)
 #include "tst_socketping.moc"
