@@ -45,6 +45,27 @@ std::unique_ptr<CEntity> parseObjectBody(const HttpRequest& request, const std::
     return document;
 }
 
+// A PUT on `resource` with a JSON object body, answered by `apply` (which returns the result
+// array); any other method, or a PUT where `allowed` is false, is "method not available".
+template <typename Apply>
+HttpResponse answerPut(const HttpRequest& request, const std::string& resource, bool allowed, Apply apply)
+{
+    if (request.method != "PUT" || !allowed)
+        return errorResponse([&](CArray& r) { addMethodNotAvailable(r, request.method, resource); });
+    HttpResponse error;
+    const auto document = parseObjectBody(request, resource, error);
+    if (!document)
+        return error;
+    return HttpResponse::json(*apply(document->Object()));
+}
+
+HttpResponse deletedResponse(const std::string& resource)
+{
+    CArray results;
+    results.AddObject().SetString("success", resource + " deleted");
+    return HttpResponse::json(results);
+}
+
 HttpResponse registerApplication(BridgeModel& model, const HttpRequest& request)
 {
     HttpResponse error;
@@ -97,25 +118,13 @@ HttpResponse handleLights(BridgeModel& model, const HttpRequest& request, const 
             return HttpResponse::json(*renderLight(*light));
         if (request.method == "DELETE") {
             store.removeLight(light->id());
-            CArray results;
-            results.AddObject().SetString("success", resource + " deleted");
-            return HttpResponse::json(results);
+            return deletedResponse(resource);
         }
-        if (request.method != "PUT")
-            return errorResponse([&](CArray& r) { addMethodNotAvailable(r, request.method, resource); });
-        HttpResponse error;
-        const auto document = parseObjectBody(request, resource, error);
-        if (!document)
-            return error;
-        return HttpResponse::json(*applyAttributes(store, "lights", document->Object(), resource));
+        return answerPut(request, resource, true,
+                         [&](const CObject& body) { return applyAttributes(store, "lights", body, resource); });
     }
-    if (request.method != "PUT")
-        return errorResponse([&](CArray& r) { addMethodNotAvailable(r, request.method, resource); });
-    HttpResponse error;
-    const auto document = parseObjectBody(request, resource, error);
-    if (!document)
-        return error;
-    return HttpResponse::json(*applyLightState(*light, document->Object(), resource));
+    return answerPut(request, resource, true,
+                     [&](const CObject& body) { return applyLightState(*light, body, resource); });
 }
 
 HttpResponse createGroup(LightStore& store, const HttpRequest& request)
@@ -167,25 +176,13 @@ HttpResponse handleGroups(BridgeModel& model, const HttpRequest& request, const 
             return HttpResponse::json(*renderGroup(*group, store));
         if (request.method == "DELETE" && group->id != "0") {
             store.removeGroup(group->id);
-            CArray results;
-            results.AddObject().SetString("success", resource + " deleted");
-            return HttpResponse::json(results);
+            return deletedResponse(resource);
         }
-        if (request.method != "PUT" || group->id == "0")
-            return errorResponse([&](CArray& r) { addMethodNotAvailable(r, request.method, resource); });
-        HttpResponse error;
-        const auto document = parseObjectBody(request, resource, error);
-        if (!document)
-            return error;
-        return HttpResponse::json(*applyAttributes(store, "groups", document->Object(), resource));
+        return answerPut(request, resource, group->id != "0",
+                         [&](const CObject& body) { return applyAttributes(store, "groups", body, resource); });
     }
-    if (request.method != "PUT")
-        return errorResponse([&](CArray& r) { addMethodNotAvailable(r, request.method, resource); });
-    HttpResponse error;
-    const auto document = parseObjectBody(request, resource, error);
-    if (!document)
-        return error;
-    return HttpResponse::json(*applyGroupAction(store, *group, document->Object(), resource));
+    return answerPut(request, resource, true,
+                     [&](const CObject& body) { return applyGroupAction(store, *group, body, resource); });
 }
 
 HttpResponse handleAuthenticated(BridgeModel& model, const HttpRequest& request, const Segments& rest)

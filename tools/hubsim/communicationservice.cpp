@@ -109,19 +109,26 @@ const RegisteredDevice* CommunicationService::findDevice(const QString& text, QS
     return device;
 }
 
+const DataPointInfo* CommunicationService::resolve(const QString& deviceText, DataPointInfo::Direction direction,
+                                                  const QString& name, Action* action) const
+{
+    const RegisteredDevice* device = findDevice(deviceText, &action->error);
+    if (!device)
+        return nullptr;
+    const DataPointInfo* point = device->description.resolve({direction}, name, &action->error);
+    if (point)
+        action->id = datapointids::idFor(device->id, direction, point->index);
+    return point;
+}
+
 CommunicationService::Action CommunicationService::writeDataPoint(const QString& deviceText,
                                                                   const QString& dataPoint,
                                                                   const QString& value)
 {
     Action action;
-    const RegisteredDevice* device = findDevice(deviceText, &action.error);
-    if (!device)
-        return action;
-    const DataPointInfo* point =
-        device->description.resolve({DataPointInfo::Input}, dataPoint, &action.error);
+    const DataPointInfo* point = resolve(deviceText, DataPointInfo::Input, dataPoint, &action);
     if (!point)
         return action;
-    action.id = datapointids::idFor(device->id, DataPointInfo::Input, point->index);
     action.token = m_writes.start(action.id, value, now());
     m_registry.recordValue(action.id, value, now());
     action.subscribers = subscriberCount("dataPointValueChanged(InternalId,QString,int)");
@@ -141,14 +148,9 @@ CommunicationService::Action CommunicationService::writeParameter(const QString&
                                                                   const QString& value)
 {
     Action action;
-    const RegisteredDevice* device = findDevice(deviceText, &action.error);
-    if (!device)
-        return action;
-    const DataPointInfo* point =
-        device->description.resolve({DataPointInfo::Parameter}, parameter, &action.error);
+    const DataPointInfo* point = resolve(deviceText, DataPointInfo::Parameter, parameter, &action);
     if (!point)
         return action;
-    action.id = datapointids::idFor(device->id, DataPointInfo::Parameter, point->index);
     m_registry.recordValue(action.id, value, now());
     action.subscribers = subscriberCount("parameterValueChanged(InternalId,QString)");
     action.ok = emitSignal(QStringLiteral("parameterValueChanged"), action.id, value);

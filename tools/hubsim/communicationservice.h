@@ -52,6 +52,10 @@ signals:
 
 private:
     const RegisteredDevice* findDevice(const QString& text, QString* error) const;
+    // The device's datapoint or parameter of that direction and name; sets action->id, or
+    // action->error when there is none.
+    const DataPointInfo* resolve(const QString& deviceText, DataPointInfo::Direction direction,
+                                 const QString& name, Action* action) const;
     // Warns about reports for devices that never registered: the service got its ids wrong.
     void noteOutcome(DeviceRegistry::Outcome outcome, const InternalId& id, const char* call) const;
 

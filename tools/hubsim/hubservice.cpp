@@ -1,8 +1,11 @@
 #include "hubservice.h"
 
+#include "devicevariant.h"
 #include "hubeventlog.h"
 
 #include <common/logginginterface.h>
+
+#include <QDateTime>
 
 HubService::HubService(const QString& service, HubEventLog* events, QObject* parent)
     : SocketAdaptor(service, parent), m_events(events)
@@ -40,6 +43,15 @@ QString HubService::callerName() const
     if (!call || !call->connection)
         return QString();
     return QString::fromUtf8(clientName(call->connection));
+}
+
+void HubService::recordCall(QVariantList& list, QVariantMap fields, int keep) const
+{
+    fields.insert(QStringLiteral("time"), devicevariant::timeText(QDateTime::currentDateTime()));
+    fields.insert(QStringLiteral("client"), callerName());
+    list.append(fields);
+    while (list.size() > keep)
+        list.removeFirst();
 }
 
 void HubService::postCall(const QString& kind, QVariantMap fields) const

@@ -6,6 +6,7 @@
 #include <QHash>
 #include <QSet>
 #include <QString>
+#include <QVariant>
 
 class HubEventLog;
 
@@ -39,6 +40,9 @@ protected:
     QString callerName() const;
     // Posts an event with the service and caller added.
     void postCall(const QString& kind, QVariantMap fields = QVariantMap()) const;
+    // Appends a record of the running call (the fields plus "time" and "client") to `list`,
+    // keeping only the newest `keep`.
+    void recordCall(QVariantList& list, QVariantMap fields, int keep) const;
     // Called when a client connection goes away, after it has been logged.
     virtual void clientGone(SocketConnection* connection, const QByteArray& name);
 
