@@ -141,17 +141,9 @@ void SocketAdaptor::onReadyRead(const SocketMessage& message)
 
     switch (message.type) {
     case socketwire::CallWithReply:
-    case socketwire::CallNoReply: {
-        SocketCall call;
-        call.connection = connection;
-        call.methodName = message.name;
-        call.arguments = message.arguments;
-        call.queryId = message.queryId;
-        call.wantsReply = message.type == socketwire::CallWithReply;
-        call.signature = message.getSignature();
-        invokeLater(call);
+    case socketwire::CallNoReply:
+        invokeLater(callFromMessage(connection, message));
         break;
-    }
     case socketwire::ClientName:
         client->name = textOf(message.arguments.value(0));
         LOG_DEBUG << "client of" << m_serviceName << "is" << client->name;
@@ -207,6 +199,18 @@ void SocketAdaptor::onBrokenCall(quint16 queryId)
     LOG_WARNING << "broken call" << queryId << "from" << m_clients.value(connection).name
                 << ", answering with a failure";
     sendFailedReturnValue(connection, queryId);
+}
+
+SocketCall SocketAdaptor::callFromMessage(SocketConnection* connection, const SocketMessage& message)
+{
+    SocketCall call;
+    call.connection = connection;
+    call.methodName = message.name;
+    call.arguments = message.arguments;
+    call.queryId = message.queryId;
+    call.wantsReply = message.type == socketwire::CallWithReply;
+    call.signature = message.getSignature();
+    return call;
 }
 
 void SocketAdaptor::invokeLater(const SocketCall& call)

@@ -126,6 +126,13 @@ private slots:
     void onBrokenCall(quint16 queryId);
     void onPendingCallTimer();
 
+protected:
+    // The call a parsed call message stands for, as received on `connection` (may be null).
+    static SocketCall callFromMessage(SocketConnection* connection, const SocketMessage& message);
+    // Runs a call at once: finds the method by the call's signature, invokes it and answers
+    // the caller (a failure reply for an unknown signature or unusable arguments).
+    void invoke(const SocketCall& call);
+
 private:
     struct Client
     {
@@ -135,7 +142,6 @@ private:
 
     void addConnection(SocketConnection* connection);
     void invokeLater(const SocketCall& call);
-    void invoke(const SocketCall& call);
     bool writeReply(SocketConnection* connection, const SocketMessage& reply);
     const SocketMethodTable& methodTable();
 
