@@ -2,17 +2,24 @@
 
 #include "bridgemodel.h"
 #include "certificate.h"
+#include "emulatorstate.h"
 #include "eventstream.h"
 #include "faultrules.h"
 #include "httplistener.h"
 #include "requestrouter.h"
 #include "sharedportfront.h"
 #include "taskscheduler.h"
+#include "resourceids.h"
 #include "v2events.h"
 #include "v2render.h"
 
+#include <minijson.h>
+
 #include <atomic>
+#include <condition_variable>
+#include <cstdio>
 #include <mutex>
+#include <thread>
 
 namespace bridgeemu {
 
@@ -21,6 +28,74 @@ namespace {
 LightSnapshot snapshotOf(const EmulatedLight& light)
 {
     return {light.id(), light.name(), light.description(), light.state()};
+}
+
+// How long after a change the state folder is written: changes in between share one write.
+constexpr std::chrono::milliseconds kSaveDelay{200};
+// How many messages a flood lets wait for the slowest stream before it waits too.
+constexpr std::size_t kFloodBacklog = 256;
+
+void warn(const std::string& message)
+{
+    std::fprintf(stderr, "hue-bridge-emulator: %s\n", message.c_str());
+}
+
+// What a flood's events name: one light's resource ids and its actual value.
+struct FloodTarget
+{
+    std::unique_ptr<minijson::CObject> base; // id, id_v1, owner, type
+    bool dimmable = false;
+    double brightness = 0;
+    bool on = false;
+};
+
+std::vector<FloodTarget> floodTargets(const BridgeModel& model)
+{
+    std::vector<FloodTarget> targets;
+    for (const auto& resource : v2::renderResources(model)) {
+        if (resource->GetString("type") != "light")
+            continue;
+        FloodTarget target;
+        target.base = std::make_unique<minijson::CObject>();
+        for (const char* member : {"id", "id_v1", "owner", "type"}) {
+            if (const minijson::CEntity* value = resource->Find(member))
+                target.base->Add(member, value->Copy());
+        }
+        const minijson::CObject* dimming = resource->GetObject("dimming");
+        target.dimmable = dimming != nullptr;
+        target.brightness = dimming ? dimming->GetDouble("brightness") : 0;
+        const minijson::CObject* on = resource->GetObject("on");
+        target.on = on && on->GetBoolean("on");
+        targets.push_back(std::move(target));
+    }
+    return targets;
+}
+
+// The data of flood message `index` of `total`: event g of the flood names light g modulo the
+// lights; the last round of events carries each light's actual value, so that a client that
+// followed the flood ends where the bridge is.
+std::string floodMessage(const std::vector<FloodTarget>& targets, long long index, int perMessage,
+                         long long total)
+{
+    minijson::CArray events;
+    const std::string now = v2::eventTime(std::chrono::system_clock::now());
+    const long long lightCount = static_cast<long long>(targets.size());
+    for (int e = 0; e < perMessage && lightCount > 0; ++e) {
+        const long long g = index * perMessage + e;
+        const FloodTarget& target = targets[static_cast<std::size_t>(g % lightCount)];
+        const bool last = g >= total * perMessage - lightCount;
+        minijson::CObject& event = events.AddObject();
+        event.SetString("creationtime", now);
+        minijson::CObject& update = event.AddArray("data").AddObject();
+        update.MergeFrom(*target.base, true);
+        if (target.dimmable)
+            update.AddObject("dimming").SetDouble("brightness", last ? target.brightness : 1 + (g * 37) % 100);
+        else
+            update.AddObject("on").SetBoolean("on", last ? target.on : g % 2 == 0);
+        event.SetString("id", randomUuid());
+        event.SetString("type", "update");
+    }
+    return events.ToString();
 }
 
 } // namespace
@@ -41,8 +116,13 @@ struct BridgeEmulator::Impl
     {
     }
 
-    // Something may have changed: its events go out at the end of the window that this opens.
+    // Something may have changed: its events go out at the end of the window that this opens,
+    // and the state folder is written shortly after.
     void noteChange();
+    void notePersistentChange();
+    bool saveState(std::string* error);
+    void loadCertificate(std::string* error);
+    void stopFlood();
     void flushEvents();
 
     ListenerCallbacks callbacks(bool controlOnly);
@@ -68,6 +148,15 @@ struct BridgeEmulator::Impl
     v2::ResourceEvents resourceEvents;
     std::atomic<bool> flushPending{false};
 
+    std::mutex saveMutex; // one write of the state folder at a time
+    std::atomic<bool> savePending{false};
+
+    mutable std::mutex floodMutex; // guards the flood's thread and its stop flag
+    std::condition_variable floodWake;
+    std::thread floodThread;
+    bool floodStopping = false;
+    std::atomic<bool> floodRunning{false};
+
     mutable std::mutex listenerMutex; // guards everything below but the ports
     std::unique_ptr<ServerCertificate> certificate;
     ListenerSet https, http, control;
@@ -79,8 +168,71 @@ struct BridgeEmulator::Impl
     RequestRouter router;
 };
 
+void BridgeEmulator::Impl::notePersistentChange()
+{
+    if (config.stateDir.empty() || savePending.exchange(true))
+        return;
+    scheduler.runAfter(kSaveDelay, [this] {
+        savePending = false;
+        std::string error;
+        if (!saveState(&error))
+            warn("cannot keep the state: " + error);
+    });
+}
+
+bool BridgeEmulator::Impl::saveState(std::string* error)
+{
+    if (config.stateDir.empty())
+        return true;
+    std::lock_guard<std::mutex> saveLock(saveMutex);
+    StoredState state;
+    {
+        std::lock_guard<std::mutex> lock(modelMutex);
+        state = captureState(model, config.clipDumpPath.empty());
+    }
+    return StateDirectory(config.stateDir).saveState(state, error);
+}
+
+// Takes the kept certificate when it names what this run's would, else makes a new one.
+void BridgeEmulator::Impl::loadCertificate(std::string* error)
+{
+    const std::string commonName =
+        config.certificateCommonName.empty() ? model.identity.bridgeId : config.certificateCommonName;
+    const StateDirectory folder(config.stateDir);
+    if (!config.stateDir.empty()) {
+        std::string warning;
+        certificate = folder.loadCertificate(&warning);
+        if (certificate && certificate->commonName() != commonName) {
+            warning = "the kept certificate names \"" + certificate->commonName() + "\", not \"" + commonName + "\"";
+            certificate.reset();
+        }
+        if (!certificate)
+            warn(warning + "; making a new certificate");
+    }
+    if (!certificate) {
+        certificate = ServerCertificate::create(model.identity.bridgeId, error, commonName);
+        std::string saveError;
+        if (certificate && !config.stateDir.empty() && !folder.saveCertificate(*certificate, &saveError))
+            warn("cannot keep the certificate: " + saveError);
+    }
+}
+
+void BridgeEmulator::Impl::stopFlood()
+{
+    {
+        std::lock_guard<std::mutex> lock(floodMutex);
+        floodStopping = true;
+    }
+    floodWake.notify_all();
+    if (floodThread.joinable())
+        floodThread.join();
+    std::lock_guard<std::mutex> lock(floodMutex);
+    floodStopping = false;
+}
+
 void BridgeEmulator::Impl::noteChange()
 {
+    notePersistentChange();
     if (!flushPending.exchange(true)) {
         scheduler.runAfter(config.eventWindow, [this] {
             flushPending = false;
@@ -173,8 +325,12 @@ HttpRequest BridgeEmulator::Impl::asReceived(const HttpRequest& request) const
 namespace {
 
 // A bad identity is reported by start(); the emulator keeps what it was given meanwhile.
-EmulatorConfig normalized(EmulatorConfig config, std::string& error)
+EmulatorConfig normalized(EmulatorConfig config, std::string& error, const std::optional<StoredState>& stored)
 {
+    if (stored && config.bridgeIdFromState) {
+        config.identity.bridgeId = stored->bridgeId;
+        config.identity.mac = stored->mac;
+    }
     BridgeIdentity identity = config.identity;
     if (normalizeIdentity(identity, &error))
         config.identity = identity;
@@ -185,8 +341,15 @@ EmulatorConfig normalized(EmulatorConfig config, std::string& error)
 
 BridgeEmulator::BridgeEmulator(EmulatorConfig config)
 {
+    std::optional<StoredState> stored;
+    if (!config.stateDir.empty()) {
+        std::string warning;
+        stored = StateDirectory(config.stateDir).loadState(&warning);
+        if (!stored)
+            warn(warning + "; starting with a fresh state");
+    }
     std::string identityError;
-    d = std::make_unique<Impl>(*this, normalized(std::move(config), identityError));
+    d = std::make_unique<Impl>(*this, normalized(std::move(config), identityError, stored));
     d->identityError = identityError;
     d->model.clip.enabled = d->config.clipV2;
     if (!d->config.clipDumpPath.empty()) {
@@ -197,6 +360,11 @@ BridgeEmulator::BridgeEmulator(EmulatorConfig config)
             d->model.lights.addLight(wanted);
         if (d->config.defaultGroups)
             addDefaultGroups(d->model.lights);
+    }
+    if (stored) {
+        // A recorded dump stands in for the lights; only the whitelist carries over to it.
+        stored->hasLights = stored->hasLights && d->config.clipDumpPath.empty();
+        applyState(*stored, d->model);
     }
     d->resourceEvents.reset(v2::renderResources(d->model));
 }
@@ -217,9 +385,13 @@ bool BridgeEmulator::start(std::string* error)
     if (d->running)
         return true;
     if (!d->certificate)
-        d->certificate = ServerCertificate::create(d->model.identity.bridgeId, error);
+        d->loadCertificate(error);
     if (!d->certificate)
         return false;
+    std::string saveError;
+    d->savePending = false; // a write asked for while stopped happens here
+    if (!d->saveState(&saveError))
+        warn("cannot keep the state: " + saveError);
     d->faults.resumeAfterAbort();
     d->scheduler.start();
     const bool opened =
@@ -254,7 +426,13 @@ bool BridgeEmulator::start(std::string* error)
 void BridgeEmulator::stop()
 {
     // The scheduler goes first and without the listener lock: its actions take that lock.
+    d->stopFlood();
     d->scheduler.stop();
+    if (d->savePending.exchange(false)) {
+        std::string error;
+        if (!d->saveState(&error))
+            warn("cannot keep the state: " + error);
+    }
     d->faults.abortHeld(true);
     d->events.dropAll();
     std::lock_guard<std::mutex> lock(d->listenerMutex);
@@ -368,14 +546,24 @@ bool BridgeEmulator::linkButtonActive() const
 
 std::string BridgeEmulator::addUser(const std::string& deviceType)
 {
-    std::lock_guard<std::mutex> lock(d->modelMutex);
-    return d->model.pairing.addApplication(deviceType, false).username;
+    std::string username;
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        username = d->model.pairing.addApplication(deviceType, false).username;
+    }
+    d->notePersistentChange();
+    return username;
 }
 
 bool BridgeEmulator::deleteUser(const std::string& username)
 {
-    std::lock_guard<std::mutex> lock(d->modelMutex);
-    return d->model.pairing.removeApplication(username);
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        if (!d->model.pairing.removeApplication(username))
+            return false;
+    }
+    d->notePersistentChange();
+    return true;
 }
 
 std::vector<WhitelistEntry> BridgeEmulator::users() const
@@ -612,6 +800,76 @@ int BridgeEmulator::eventStreamCount() const
 std::string BridgeEmulator::lastEventId() const
 {
     return d->events.lastEventId();
+}
+
+bool BridgeEmulator::floodEventStreams(int messages, int eventsPerMessage, std::chrono::milliseconds interval)
+{
+    d->stopFlood();
+    std::vector<FloodTarget> targets;
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        if (!d->model.clip.enabled)
+            return false;
+        targets = floodTargets(d->model);
+    }
+    std::lock_guard<std::mutex> lock(d->floodMutex);
+    d->floodRunning = true;
+    d->floodThread = std::thread([this, targets = std::move(targets), messages, eventsPerMessage, interval] {
+        std::unique_lock<std::mutex> floodLock(d->floodMutex);
+        for (long long index = 0; index < messages && !d->floodStopping; ++index) {
+            if (index > 0 && interval.count() > 0 &&
+                d->floodWake.wait_for(floodLock, interval, [this] { return d->floodStopping; }))
+                break;
+            floodLock.unlock();
+            // Keeps pace with the slowest open stream rather than piling messages up for it.
+            while (!d->events.waitForRoom(kFloodBacklog, std::chrono::milliseconds(50))) {
+                std::lock_guard<std::mutex> check(d->floodMutex);
+                if (d->floodStopping)
+                    break;
+            }
+            floodLock.lock();
+            if (d->floodStopping)
+                break;
+            d->events.publish(floodMessage(targets, index, eventsPerMessage, messages));
+        }
+        d->floodRunning = false;
+    });
+    return true;
+}
+
+void BridgeEmulator::stopEventFlood()
+{
+    d->stopFlood();
+}
+
+bool BridgeEmulator::eventFloodRunning() const
+{
+    return d->floodRunning;
+}
+
+void BridgeEmulator::sendEndlessEventLine(std::uint64_t bytes, bool thenNewline)
+{
+    d->events.sendEndlessLine(bytes, thenNewline);
+}
+
+void BridgeEmulator::setDescriptionShape(const DescriptionShape& shape)
+{
+    d->faults.setDescriptionShape(shape);
+}
+
+void BridgeEmulator::oversize(std::size_t bytes, int count, const std::string& pathPrefix, bool chunked)
+{
+    d->faults.addOversize(bytes, chunked, count, {pathPrefix, {}});
+}
+
+void BridgeEmulator::clearOversizes()
+{
+    d->faults.clearOversizes();
+}
+
+bool BridgeEmulator::saveState(std::string* error)
+{
+    return d->saveState(error);
 }
 
 std::vector<RecordedRequest> BridgeEmulator::requests() const

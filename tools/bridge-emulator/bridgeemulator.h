@@ -8,8 +8,10 @@
 #include "lightstore.h"
 #include "pairing.h"
 #include "requestlog.h"
+#include "upnpdescription.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -47,6 +49,17 @@ struct EmulatorConfig
     std::string clipDumpPath;
     // Changes within this window after the first one go out as one event stream message.
     std::chrono::milliseconds eventWindow{100};
+
+    // A folder that keeps the bridge's identity across runs: its TLS key and certificate
+    // (key.pem, certificate.pem) and bridge.json with the bridge id, the whitelist, the lights
+    // and the groups. A start with the same folder is the same bridge. Empty: nothing is kept.
+    std::string stateDir;
+    // With a state folder, the bridge id (and MAC) kept there replace those of `identity`; the
+    // command line clears this when it names a bridge id.
+    bool bridgeIdFromState = true;
+    // The certificate's common name; empty: the bridge id. Another name makes a bridge whose
+    // certificate names another bridge.
+    std::string certificateCommonName;
 
     std::size_t requestLogLimit = 10000;
     std::size_t maxBodyBytes = 1024 * 1024; // larger bodies are answered with 413
@@ -166,6 +179,28 @@ public:
     void injectEventStreamText(const std::string& text);
     int eventStreamCount() const;
     std::string lastEventId() const; // of the newest message sent, empty before the first
+
+    // Sends `messages` valid messages of `eventsPerMessage` light updates (brightness, or on
+    // for on/off lights; the last round carries each light's actual value) to every open stream,
+    // as fast as the slowest stream takes them, or one every `interval`. Runs on a thread of its
+    // own; a new flood replaces a running one. False without CLIP v2.
+    bool floodEventStreams(int messages, int eventsPerMessage, std::chrono::milliseconds interval = {});
+    void stopEventFlood();
+    bool eventFloodRunning() const;
+    // On every open stream: "data: " and `bytes` filler bytes with no line end; the stream then
+    // sends nothing more but stays open, or with `thenNewline` ends the line with "\n\n" and goes on.
+    void sendEndlessEventLine(std::uint64_t bytes, bool thenNewline = false);
+
+    // What /description.xml serves: normal, nested deep, or padded to a size.
+    void setDescriptionShape(const DescriptionShape& shape);
+    // Answers the next `count` requests whose path starts with `pathPrefix` (negative: every
+    // one until cleared) with 200 and an application/json body of `bytes` bytes that is not
+    // JSON ("[0,0,0,..."), sent with a Content-Length or, with `chunked`, chunked.
+    void oversize(std::size_t bytes, int count, const std::string& pathPrefix = {}, bool chunked = false);
+    void clearOversizes();
+
+    // Writes the state folder now (it is written shortly after every change and at stop()).
+    bool saveState(std::string* error = nullptr);
 
     // The record of requests to the bridge (not to /emulator/), oldest first.
     std::vector<RecordedRequest> requests() const;

@@ -64,7 +64,8 @@ bool setSerial(X509* certificate, const std::string& bridgeId)
     return set;
 }
 
-bool fillCertificate(X509* certificate, EVP_PKEY* key, const std::string& bridgeId)
+bool fillCertificate(X509* certificate, EVP_PKEY* key, const std::string& bridgeId,
+                     const std::string& commonName)
 {
     if (X509_set_version(certificate, 2) != 1 || !setSerial(certificate, bridgeId))
         return false;
@@ -73,7 +74,7 @@ bool fillCertificate(X509* certificate, EVP_PKEY* key, const std::string& bridge
         ASN1_TIME_set_string(X509_getm_notAfter(certificate), "20380119031407Z") != 1)
         return false;
     X509_NAME* name = X509_get_subject_name(certificate);
-    if (!addName(name, "C", "NL") || !addName(name, "O", "Philips Hue") || !addName(name, "CN", bridgeId))
+    if (!addName(name, "C", "NL") || !addName(name, "O", "Philips Hue") || !addName(name, "CN", commonName))
         return false;
     if (X509_set_issuer_name(certificate, name) != 1 || X509_set_pubkey(certificate, key) != 1)
         return false;
@@ -89,7 +90,8 @@ bool fillCertificate(X509* certificate, EVP_PKEY* key, const std::string& bridge
 
 } // namespace
 
-std::unique_ptr<ServerCertificate> ServerCertificate::create(const std::string& bridgeId, std::string* error)
+std::unique_ptr<ServerCertificate> ServerCertificate::create(const std::string& bridgeId, std::string* error,
+                                                             const std::string& commonName)
 {
     EVP_PKEY* key = makeKey();
     if (!key) {
@@ -98,7 +100,7 @@ std::unique_ptr<ServerCertificate> ServerCertificate::create(const std::string& 
         return nullptr;
     }
     X509* certificate = X509_new();
-    if (!certificate || !fillCertificate(certificate, key, bridgeId)) {
+    if (!certificate || !fillCertificate(certificate, key, bridgeId, commonName.empty() ? bridgeId : commonName)) {
         if (error)
             *error = openSslError("certificate creation failed");
         X509_free(certificate);
@@ -114,16 +116,61 @@ ServerCertificate::~ServerCertificate()
     EVP_PKEY_free(m_key);
 }
 
-std::string ServerCertificate::pem() const
+std::unique_ptr<ServerCertificate> ServerCertificate::fromPem(const std::string& certificatePem,
+                                                              const std::string& keyPem, std::string* error)
+{
+    BIO* certificateBio = BIO_new_mem_buf(certificatePem.data(), static_cast<int>(certificatePem.size()));
+    BIO* keyBio = BIO_new_mem_buf(keyPem.data(), static_cast<int>(keyPem.size()));
+    X509* certificate = certificateBio ? PEM_read_bio_X509(certificateBio, nullptr, nullptr, nullptr) : nullptr;
+    EVP_PKEY* key = keyBio ? PEM_read_bio_PrivateKey(keyBio, nullptr, nullptr, nullptr) : nullptr;
+    BIO_free(certificateBio);
+    BIO_free(keyBio);
+    if (!certificate || !key || X509_check_private_key(certificate, key) != 1) {
+        if (error)
+            *error = openSslError(!certificate ? "unreadable certificate"
+                                  : !key       ? "unreadable key"
+                                               : "the key does not match the certificate");
+        X509_free(certificate);
+        EVP_PKEY_free(key);
+        return nullptr;
+    }
+    return std::unique_ptr<ServerCertificate>(new ServerCertificate(certificate, key));
+}
+
+namespace {
+
+template <typename Write> std::string writePem(Write write)
 {
     BIO* bio = BIO_new(BIO_s_mem());
     std::string text;
-    if (bio && PEM_write_bio_X509(bio, m_certificate) == 1) {
+    if (bio && write(bio) == 1) {
         char* data = nullptr;
         const long size = BIO_get_mem_data(bio, &data);
         text.assign(data, static_cast<std::size_t>(size));
     }
     BIO_free(bio);
+    return text;
+}
+
+} // namespace
+
+std::string ServerCertificate::pem() const
+{
+    return writePem([this](BIO* bio) { return PEM_write_bio_X509(bio, m_certificate); });
+}
+
+std::string ServerCertificate::keyPem() const
+{
+    return writePem([this](BIO* bio) {
+        return PEM_write_bio_PrivateKey(bio, m_key, nullptr, nullptr, 0, nullptr, nullptr);
+    });
+}
+
+std::string ServerCertificate::commonName() const
+{
+    char text[256] = "";
+    if (X509_NAME_get_text_by_NID(X509_get_subject_name(m_certificate), NID_commonName, text, sizeof text) < 0)
+        return {};
     return text;
 }
 

@@ -14,8 +14,14 @@ namespace bridgeemu {
 class ServerCertificate
 {
 public:
-    // Nothing, with a message in `error`, when OpenSSL fails.
-    static std::unique_ptr<ServerCertificate> create(const std::string& bridgeId, std::string* error);
+    // Nothing, with a message in `error`, when OpenSSL fails. The serial number is the bridge
+    // id; the common name is `commonName`, or the bridge id when that is empty.
+    static std::unique_ptr<ServerCertificate> create(const std::string& bridgeId, std::string* error,
+                                                     const std::string& commonName = {});
+    // A certificate and its key read back from PEM text; nothing, with a message, when either
+    // does not parse or the key does not belong to the certificate.
+    static std::unique_ptr<ServerCertificate> fromPem(const std::string& certificatePem,
+                                                      const std::string& keyPem, std::string* error);
     ~ServerCertificate();
     ServerCertificate(const ServerCertificate&) = delete;
     ServerCertificate& operator=(const ServerCertificate&) = delete;
@@ -24,6 +30,8 @@ public:
     x509_st* certificate() const { return m_certificate; }
     evp_pkey_st* privateKey() const { return m_key; }
     std::string pem() const;
+    std::string keyPem() const;
+    std::string commonName() const;
 
 private:
     ServerCertificate(x509_st* certificate, evp_pkey_st* key) : m_certificate(certificate), m_key(key) {}

@@ -5,7 +5,9 @@
 
 #include <minijson.h>
 
+#include <cstdint>
 #include <ctime>
+#include <optional>
 
 namespace bridgeemu {
 
@@ -242,6 +244,39 @@ HttpResponse handleFaults(BridgeEmulator& emulator, const HttpRequest& request, 
     return ok();
 }
 
+// A whole number of at least `low` under `key`; nothing when it is missing or not such a number.
+std::optional<std::uint64_t> readCount(const CObject& body, const char* key, std::uint64_t low = 1)
+{
+    const CEntity* value = body.Find(key);
+    if (!value || !value->IsNumber())
+        return std::nullopt;
+    const double number = value->Number().ValueDouble();
+    if (!(number >= static_cast<double>(low) && number <= 1e15) || number != static_cast<double>(static_cast<std::uint64_t>(number)))
+        return std::nullopt;
+    return static_cast<std::uint64_t>(number);
+}
+
+HttpResponse handleFlood(BridgeEmulator& emulator, const HttpRequest& request, const CObject& body)
+{
+    if (request.method == "DELETE") {
+        emulator.stopEventFlood();
+        return ok();
+    }
+    const auto messages = readCount(body, "messages");
+    const auto perMessage = body.Contains("events_per_message") ? readCount(body, "events_per_message")
+                                                               : std::optional<std::uint64_t>(1);
+    const auto interval =
+        body.Contains("interval_ms") ? readCount(body, "interval_ms", 0) : std::optional<std::uint64_t>(0);
+    if (!messages || *messages > 100000000 || !perMessage || *perMessage > 10000 || !interval ||
+        *interval > 3600000)
+        return failure(400, "\"messages\" (1 or more) is required; \"events_per_message\" (1 to 10000) and "
+                            "\"interval_ms\" (0 or more) are optional");
+    if (!emulator.floodEventStreams(static_cast<int>(*messages), static_cast<int>(*perMessage),
+                                    std::chrono::milliseconds(*interval)))
+        return failure(404, "this bridge has no event stream");
+    return ok();
+}
+
 HttpResponse handleEventStream(BridgeEmulator& emulator, const HttpRequest& request, const Segments& rest,
                                const CObject& body)
 {
@@ -257,8 +292,17 @@ HttpResponse handleEventStream(BridgeEmulator& emulator, const HttpRequest& requ
         emulator.stallEventStreams(request.method == "POST");
         return ok();
     }
+    if (action == "flood" && (request.method == "POST" || request.method == "DELETE"))
+        return handleFlood(emulator, request, body);
     if (request.method != "POST")
         return failure(404, "unknown control request");
+    if (action == "endless") {
+        const auto bytes = readCount(body, "bytes", 0);
+        if (!bytes)
+            return failure(400, "\"bytes\" (the length of the line) is required");
+        emulator.sendEndlessEventLine(*bytes, body.GetBoolean("then_newline"));
+        return ok();
+    }
     if (action == "drop") {
         emulator.dropEventStreams();
         return ok();
@@ -282,6 +326,41 @@ HttpResponse handleEventStream(BridgeEmulator& emulator, const HttpRequest& requ
         return ok();
     }
     return failure(404, "unknown control request");
+}
+
+HttpResponse handleDescription(BridgeEmulator& emulator, const CObject& body)
+{
+    const std::string mode = body.GetString("mode");
+    DescriptionShape shape;
+    if (mode == "deep") {
+        const auto depth = readCount(body, "depth");
+        if (!depth || *depth > 100000000)
+            return failure(400, "\"depth\" (1 or more) is required");
+        shape = {DescriptionShape::Mode::Deep, static_cast<std::size_t>(*depth)};
+    } else if (mode == "huge") {
+        const auto bytes = readCount(body, "bytes");
+        if (!bytes)
+            return failure(400, "\"bytes\" (the size of the document) is required");
+        shape = {DescriptionShape::Mode::Huge, static_cast<std::size_t>(*bytes)};
+    } else if (mode != "normal") {
+        return failure(400, "\"mode\" must be normal, deep or huge");
+    }
+    emulator.setDescriptionShape(shape);
+    return ok();
+}
+
+HttpResponse handleOversize(BridgeEmulator& emulator, const HttpRequest& request, const CObject& body)
+{
+    if (request.method == "DELETE") {
+        emulator.clearOversizes();
+        return ok();
+    }
+    const auto bytes = readCount(body, "bytes");
+    if (!bytes)
+        return failure(400, "\"bytes\" (the size of the answers) is required");
+    emulator.oversize(static_cast<std::size_t>(*bytes), body.GetInt("count", 1), body.GetString("path"),
+                      body.GetBoolean("chunked"));
+    return ok();
 }
 
 HttpResponse summary(BridgeEmulator& emulator)
@@ -355,6 +434,10 @@ HttpResponse handleControlRequest(BridgeEmulator& emulator, const HttpRequest& r
         return handleEventStream(emulator, request, rest, body);
     if ((what == "throttle" || what == "stall") && rest.size() == 1)
         return handleFaults(emulator, request, what, body);
+    if (what == "description" && rest.size() == 1 && method == "PUT")
+        return handleDescription(emulator, body);
+    if (what == "oversize" && rest.size() == 1 && (method == "PUT" || method == "DELETE"))
+        return handleOversize(emulator, request, body);
     if (what == "refuse" && rest.size() == 1 && method == "POST") {
         // Closing the sockets would cut this very answer, so it happens once it has been sent.
         const int ms = body.GetInt("ms", 0);

@@ -52,7 +52,13 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
         {"--https-port", port(config.httpsPort)},
         {"--http-port", port(config.httpPort)},
         {"--control-port", port(config.controlPort)},
-        {"--bridge-id", text(config.identity.bridgeId)},
+        {"--bridge-id",
+         [&](const std::string& value) {
+             config.bridgeIdFromState = false;
+             return text(config.identity.bridgeId)(value);
+         }},
+        {"--state-dir", text(config.stateDir)},
+        {"--cert-cn", text(config.certificateCommonName)},
         {"--name", text(config.identity.name)},
         {"--mac", text(config.identity.mac)},
         {"--api-version", text(config.identity.apiVersion)},
@@ -152,7 +158,12 @@ Options:
                         alike, told apart by each connection's first byte, as a real bridge's
                         one address does (https on 443, http on 80); 127.0.0.1 only
   --ipv6                listen on ::1 as well, on the same port numbers
-  --bridge-id HEX       16 hex digits (default 001788fffe123456)
+  --bridge-id HEX       16 hex digits (default 001788fffe123456, or the one kept in --state-dir)
+  --state-dir DIR       keep the TLS key and certificate, the whitelist, the lights and the
+                        groups in DIR (written shortly after every change and at the end) and
+                        take them from there at the next start: the same bridge again
+  --cert-cn TEXT        the certificate's common name instead of the bridge id (a bridge
+                        whose certificate names another bridge)
   --name TEXT           bridge name (default "Philips hue")
   --mac MAC             MAC address (default: derived from the bridge id)
   --api-version X       reported apiversion (default 1.65.0)
@@ -218,6 +229,20 @@ Control API (JSON bodies; answers {"ok":true,...} or {"error":...}):
   POST   /emulator/eventstream/retry    {"ms":N}: send "retry: N"
   POST   /emulator/eventstream/inject   {"text":...}: send raw text as it is
   POST   /emulator/eventstream/flush    send pending events now, not at the window's end
+  POST   /emulator/eventstream/flood    {"messages":N,"events_per_message":E,"interval_ms":I}:
+                                    N messages of E light updates to every open stream, as fast
+                                    as they are read (I 0) or one every I ms
+  DELETE /emulator/eventstream/flood    stop the flood
+  POST   /emulator/eventstream/endless  {"bytes":N}: "data: " and N filler bytes with no line
+                                    end, then the streams stay open and silent;
+                                    {"bytes":N,"then_newline":true} ends the line with "\n\n"
+  PUT    /emulator/description      /description.xml as {"mode":"deep","depth":D} (elements D
+                                    deep), {"mode":"huge","bytes":N} (padded to N bytes) or
+                                    {"mode":"normal"}
+  PUT    /emulator/oversize         {"path":prefix,"bytes":N,"count":C}: answer the next C
+                                    requests under prefix with 200 and N bytes of application/json
+                                    that is not JSON ("chunked":true: sent chunked)
+  DELETE /emulator/oversize         drop those rules
   GET    /emulator/requests         every request to the bridge: method, path, scheme, port,
                                     headers, body, time, status
   DELETE /emulator/requests         clear that record

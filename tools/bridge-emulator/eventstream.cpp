@@ -9,6 +9,8 @@ namespace {
 
 // How long a stream's writer waits for news before it checks whether it should end.
 constexpr std::chrono::milliseconds kWakeInterval{50};
+// The most a stream's writer sends at once, so that filler of any length goes out in parts.
+constexpr std::size_t kMaxWrite = 64 * 1024;
 
 } // namespace
 
@@ -22,13 +24,13 @@ HttpResponse EventStreamHub::open(const HttpRequest& request)
     auto connection = std::make_shared<Connection>();
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        connection->pending.push_back(": hi\n\n");
+        connection->pending.push_back({": hi\n\n"});
         const std::string lastId = request.header("Last-Event-ID");
         const auto resumeAt = std::find_if(m_history.begin(), m_history.end(),
                                            [&](const Message& message) { return message.id == lastId; });
         if (!lastId.empty() && resumeAt != m_history.end()) {
             for (auto it = std::next(resumeAt); it != m_history.end(); ++it)
-                connection->pending.push_back(it->text);
+                connection->pending.push_back({it->text});
         }
         m_connections.push_back(connection);
     }
@@ -47,30 +49,50 @@ HttpResponse EventStreamHub::open(const HttpRequest& request)
     response.headers.emplace_back("Cache-Control", "no-cache");
     response.stream = [this, connection, detacher](std::string& out) {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_wake.wait_for(lock, kWakeInterval,
-                        [&] { return connection->closed || (!m_stalled && !connection->pending.empty()); });
+        m_wake.wait_for(lock, kWakeInterval, [&] {
+            return connection->closed || (!m_stalled && !connection->held && !connection->pending.empty());
+        });
         if (connection->closed)
             return false;
-        if (m_stalled)
+        if (m_stalled || connection->held)
             return true;
-        for (const std::string& text : connection->pending)
-            out += text;
-        connection->pending.clear();
+        takePending(*connection, out);
+        m_drained.notify_all();
         return true;
     };
     return response;
+}
+
+void EventStreamHub::takePending(Connection& connection, std::string& out)
+{
+    while (!connection.pending.empty() && !connection.held && out.size() < kMaxWrite) {
+        Piece& piece = connection.pending.front();
+        out += piece.text;
+        piece.text.clear();
+        const std::uint64_t filler = std::min<std::uint64_t>(piece.filler, kMaxWrite - std::min(kMaxWrite, out.size()));
+        out.append(static_cast<std::size_t>(filler), 'x');
+        piece.filler -= filler;
+        if (piece.filler > 0)
+            return;
+        connection.held = piece.holdAfter;
+        connection.pending.pop_front();
+    }
 }
 
 void EventStreamHub::detach(const std::shared_ptr<Connection>& connection)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_connections.remove(connection);
+    m_drained.notify_all();
 }
 
 void EventStreamHub::sendToAll(const std::string& text)
 {
-    for (const auto& connection : m_connections)
-        connection->pending.push_back(text);
+    // A held stream sends nothing more, so it keeps nothing either.
+    for (const auto& connection : m_connections) {
+        if (!connection->held)
+            connection->pending.push_back({text});
+    }
     m_wake.notify_all();
 }
 
@@ -102,6 +124,7 @@ void EventStreamHub::dropAll()
         connection->closed = true;
     m_connections.clear();
     m_wake.notify_all();
+    m_drained.notify_all();
 }
 
 void EventStreamHub::setStalled(bool stalled)
@@ -127,6 +150,26 @@ void EventStreamHub::inject(const std::string& text)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     sendToAll(text);
+}
+
+void EventStreamHub::sendEndlessLine(std::uint64_t bytes, bool thenNewline)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& connection : m_connections) {
+        connection->pending.push_back({"data: ", bytes, !thenNewline});
+        if (thenNewline)
+            connection->pending.push_back({"\n\n"});
+    }
+    m_wake.notify_all();
+}
+
+bool EventStreamHub::waitForRoom(std::size_t limit, std::chrono::milliseconds timeout)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_drained.wait_for(lock, timeout, [&] {
+        return std::all_of(m_connections.begin(), m_connections.end(),
+                           [&](const auto& connection) { return connection->held || connection->pending.size() <= limit; });
+    });
 }
 
 int EventStreamHub::connectionCount() const

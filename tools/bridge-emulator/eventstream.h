@@ -2,7 +2,9 @@
 
 #include "httpexchange.h"
 
+#include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <list>
 #include <memory>
@@ -37,15 +39,31 @@ public:
     bool isStalled() const;
     void sendRetry(int milliseconds);
     void inject(const std::string& text);
+    // On every open stream: "data: " and `bytes` filler bytes without a line end, sent a part
+    // at a time; then "\n\n" and the stream goes on, or (without `thenNewline`) the stream
+    // sends nothing more and stays open until dropped.
+    void sendEndlessLine(std::uint64_t bytes, bool thenNewline);
+    // Waits until no open stream has more than `limit` messages waiting to be written, or
+    // `timeout` has passed; true when so. Lets a flood keep pace with its slowest reader.
+    bool waitForRoom(std::size_t limit, std::chrono::milliseconds timeout);
     int connectionCount() const;
     std::string lastEventId() const;
 
 private:
+    // Text to send, then as many filler bytes; `holdAfter` ends what the stream sends.
+    struct Piece
+    {
+        std::string text;
+        std::uint64_t filler = 0;
+        bool holdAfter = false;
+    };
     struct Connection
     {
-        std::deque<std::string> pending;
+        std::deque<Piece> pending;
         bool closed = false;
+        bool held = false;
     };
+    static void takePending(Connection& connection, std::string& out);
     struct Message
     {
         std::string id;
@@ -58,6 +76,7 @@ private:
     const std::size_t m_historyLimit;
     mutable std::mutex m_mutex;
     std::condition_variable m_wake;
+    std::condition_variable m_drained;
     std::list<std::shared_ptr<Connection>> m_connections;
     std::deque<Message> m_history;
     bool m_stalled = false;

@@ -49,6 +49,38 @@ std::optional<int> FaultRules::takeThrottle(const std::string& method, const std
     return rule->status;
 }
 
+void FaultRules::addOversize(std::size_t bytes, bool chunked, int count, RequestMatch match)
+{
+    if (count == 0)
+        return;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_oversizes.push_back({bytes, chunked, count, std::move(match)});
+}
+
+void FaultRules::clearOversizes()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_oversizes.clear();
+}
+
+std::optional<FaultRules::Oversize> FaultRules::takeOversize(const std::string& method, const std::string& path)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return takeFirst(m_oversizes, method, path);
+}
+
+void FaultRules::setDescriptionShape(const DescriptionShape& shape)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_description = shape;
+}
+
+DescriptionShape FaultRules::descriptionShape() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_description;
+}
+
 void FaultRules::addStall(int count, std::chrono::milliseconds duration, RequestMatch match)
 {
     if (count == 0)

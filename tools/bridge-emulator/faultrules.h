@@ -1,5 +1,7 @@
 #pragma once
 
+#include "upnpdescription.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -37,6 +39,21 @@ public:
     // The status to answer with, consuming one use of the first matching rule.
     std::optional<int> takeThrottle(const std::string& method, const std::string& path);
 
+    // Answers matching requests with a 200 JSON body of `bytes` bytes that never parses.
+    void addOversize(std::size_t bytes, bool chunked, int count, RequestMatch match);
+    void clearOversizes();
+    struct Oversize
+    {
+        std::size_t bytes;
+        bool chunked;
+        int remaining;
+        RequestMatch match;
+    };
+    std::optional<Oversize> takeOversize(const std::string& method, const std::string& path);
+
+    void setDescriptionShape(const DescriptionShape& shape);
+    DescriptionShape descriptionShape() const;
+
     void addStall(int count, std::chrono::milliseconds duration, RequestMatch match);
     // Drops the stall rules and releases the requests being held.
     void clearStalls();
@@ -68,6 +85,8 @@ private:
     std::condition_variable m_wake;
     std::list<Throttle> m_throttles;
     std::list<Stall> m_stalls;
+    std::list<Oversize> m_oversizes;
+    DescriptionShape m_description;
     int m_held = 0;
     std::uint64_t m_releaseGeneration = 0;
     std::uint64_t m_abortGeneration = 0;

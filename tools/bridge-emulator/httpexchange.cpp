@@ -2,6 +2,7 @@
 
 #include <minijson.h>
 
+#include <algorithm>
 #include <cctype>
 
 namespace bridgeemu {
@@ -13,6 +14,45 @@ std::string HttpRequest::header(std::string_view name) const
             return value;
     }
     return {};
+}
+
+PatternBody& PatternBody::add(std::string text, std::size_t times)
+{
+    if (!text.empty() && times > 0) {
+        m_size += text.size() * times;
+        m_pieces.push_back({std::move(text), times});
+    }
+    return *this;
+}
+
+void PatternBody::read(std::size_t offset, std::size_t length, std::string& out) const
+{
+    std::size_t start = 0; // of the current piece in the body
+    for (const Piece& piece : m_pieces) {
+        const std::size_t pieceSize = piece.text.size() * piece.times;
+        if (length == 0)
+            return;
+        if (offset >= start + pieceSize) {
+            start += pieceSize;
+            continue;
+        }
+        std::size_t at = offset - start; // within the piece
+        const std::size_t take = std::min(length, pieceSize - at);
+        if (piece.text.size() == 1) {
+            out.append(take, piece.text[0]);
+        } else {
+            for (std::size_t left = take; left > 0;) {
+                const std::size_t inText = at % piece.text.size();
+                const std::size_t part = std::min(left, piece.text.size() - inText);
+                out.append(piece.text, inText, part);
+                at += part;
+                left -= part;
+            }
+        }
+        offset += take;
+        length -= take;
+        start += pieceSize;
+    }
 }
 
 HttpResponse HttpResponse::json(const minijson::CEntity& document, int status)

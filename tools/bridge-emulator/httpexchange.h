@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,6 +14,26 @@ class CEntity;
 namespace bridgeemu {
 
 using HeaderList = std::vector<std::pair<std::string, std::string>>;
+
+// A large body made of pieces, each a text repeated a number of times, produced a part at a
+// time as it is sent, so that a body of many megabytes never exists in memory as a whole.
+class PatternBody
+{
+public:
+    PatternBody& add(std::string text, std::size_t times = 1);
+    std::size_t size() const { return m_size; }
+    // Appends the bytes [offset, offset + length) (fewer at the end) to `out`.
+    void read(std::size_t offset, std::size_t length, std::string& out) const;
+
+private:
+    struct Piece
+    {
+        std::string text;
+        std::size_t times;
+    };
+    std::vector<Piece> m_pieces;
+    std::size_t m_size = 0;
+};
 
 // One HTTP request as the emulator's API layers see it, free of the HTTP library's types so that
 // they can be driven without sockets.
@@ -44,6 +65,9 @@ struct HttpResponse
     // connection's thread, it may wait a little, appends what is to be sent now to `out`, and
     // returns false once the body is complete. The answer goes out chunked.
     std::function<bool(std::string& out)> stream;
+    // A large body made as it is sent, instead of `body`: with a Content-Length, or chunked.
+    std::shared_ptr<const PatternBody> generated;
+    bool generatedChunked = false;
 
     static HttpResponse json(const minijson::CEntity& document, int status = 200);
     static HttpResponse text(int status, std::string body, std::string contentType = "text/plain");

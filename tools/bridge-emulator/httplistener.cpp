@@ -6,6 +6,7 @@
 
 #include <httplib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -15,6 +16,9 @@ namespace {
 
 // Whether the request on this thread went through our handler, and what it asked to run after
 // its answer; the library's logger, called once the answer is written, picks both up.
+// How much of a generated body is made and written at a time.
+constexpr std::size_t kGeneratedPiece = 64 * 1024;
+
 thread_local bool t_handled = false;
 thread_local std::function<void()> t_afterSend;
 
@@ -136,6 +140,28 @@ void HttpListener::setUpRoutes()
                     if (!more)
                         sink.done();
                     return true;
+                });
+        } else if (answer.generated && answer.generatedChunked) {
+            response.set_chunked_content_provider(
+                answer.contentType,
+                [body = answer.generated, offset = std::make_shared<std::size_t>(0)](std::size_t,
+                                                                                     httplib::DataSink& sink) {
+                    std::string out;
+                    body->read(*offset, kGeneratedPiece, out);
+                    *offset += out.size();
+                    if (!out.empty() && !sink.write(out.data(), out.size()))
+                        return false;
+                    if (*offset >= body->size())
+                        sink.done();
+                    return true;
+                });
+        } else if (answer.generated) {
+            response.set_content_provider(
+                answer.generated->size(), answer.contentType,
+                [body = answer.generated](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+                    std::string out;
+                    body->read(offset, std::min(length, kGeneratedPiece), out);
+                    return !out.empty() && sink.write(out.data(), out.size());
                 });
         } else {
             response.set_content(answer.body, answer.contentType);

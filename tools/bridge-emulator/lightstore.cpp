@@ -37,6 +37,39 @@ std::string LightStore::addLight(const LightSpec& wanted)
     return id;
 }
 
+void LightStore::restoreLight(int number, std::string name, LightDescription description,
+                              const LightState& state)
+{
+    ++m_countByKind[description.kind];
+    EmulatedLight light(std::to_string(number), std::move(name), std::move(description));
+    light.restoreState(state);
+    m_lights.erase(number);
+    m_lights.emplace(number, std::move(light));
+    m_nextLightId = std::max(m_nextLightId, number + 1);
+}
+
+void LightStore::restoreGroup(int number, EmulatedGroup group)
+{
+    group.id = std::to_string(number);
+    m_groups[number] = std::move(group);
+    m_nextGroupId = std::max(m_nextGroupId, number + 1);
+}
+
+void LightStore::reserveNumbers(int nextLight, int nextGroup)
+{
+    m_nextLightId = std::max(m_nextLightId, nextLight);
+    m_nextGroupId = std::max(m_nextGroupId, nextGroup);
+}
+
+void LightStore::clear()
+{
+    m_lights.clear();
+    m_groups.clear();
+    m_countByKind.clear();
+    m_nextLightId = 1;
+    m_nextGroupId = 1;
+}
+
 bool LightStore::removeLight(const std::string& id)
 {
     const auto number = parseId(id);

@@ -45,6 +45,16 @@ public:
     EmulatedGroup* group(const std::string& id);
     const EmulatedGroup* group(const std::string& id) const;
     std::vector<const EmulatedGroup*> groups() const; // by id; without group 0
+    // Puts back a light or group as it was kept from an earlier run, with its id; an id already
+    // taken is replaced. Later additions take ids after every restored one.
+    void restoreLight(int number, std::string name, LightDescription description, const LightState& state);
+    void restoreGroup(int number, EmulatedGroup group);
+    int nextLightNumber() const { return m_nextLightId; }
+    int nextGroupNumber() const { return m_nextGroupId; }
+    // Ids are never reused: not even those of lights and groups removed before a restart.
+    void reserveNumbers(int nextLight, int nextGroup);
+    void clear();
+
     // Group 0 is the bridge's implicit group of all lights; it is made on demand.
     EmulatedGroup& allLightsGroup();
 

@@ -79,6 +79,12 @@ bool Pairing::removeApplication(const std::string& username)
     return true;
 }
 
+void Pairing::restoreApplication(const WhitelistEntry& entry)
+{
+    if (!entry.username.empty() && !isWhitelisted(entry.username))
+        m_whitelist.push_back(entry);
+}
+
 std::string Pairing::randomText(std::size_t length, const char* alphabet)
 {
     const std::size_t size = std::strlen(alphabet);

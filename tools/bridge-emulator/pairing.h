@@ -41,6 +41,8 @@ public:
     bool isWhitelisted(const std::string& username) const;
     void markUsed(const std::string& username);
     bool removeApplication(const std::string& username);
+    // Puts back an entry kept from an earlier run as it was.
+    void restoreApplication(const WhitelistEntry& entry);
     const std::vector<WhitelistEntry>& whitelist() const { return m_whitelist; }
 
 private:

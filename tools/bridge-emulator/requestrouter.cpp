@@ -52,6 +52,13 @@ HttpResponse RequestRouter::route(const HttpRequest& request)
         response = HttpResponse::json(errors, *throttledWith);
         if (*throttledWith == 503)
             response.headers.emplace_back("Retry-After", "1");
+    } else if (const auto oversize = m_faults.takeOversize(request.method, request.path)) {
+        // An array that never closes: "[0,0,0,...", exactly the size asked for.
+        const std::size_t pairs = oversize->bytes > 1 ? (oversize->bytes - 1) / 2 : 0;
+        auto body = std::make_shared<PatternBody>();
+        body->add("[").add("0,", pairs).add("0", oversize->bytes > 1 ? (oversize->bytes - 1) % 2 : 0);
+        response.generated = std::move(body);
+        response.generatedChunked = oversize->chunked;
     } else {
         response = answerFromBridge(request);
         if (request.method != "GET")
@@ -65,8 +72,14 @@ HttpResponse RequestRouter::answerFromBridge(const HttpRequest& request)
 {
     if (request.path == "/description.xml") {
         const int port = m_httpPort > 0 ? m_httpPort.load() : request.localPort;
+        const DescriptionShape shape = m_faults.descriptionShape();
         std::lock_guard<std::mutex> lock(m_modelMutex);
-        return HttpResponse::text(200, upnpDescription(m_model.identity, port), "text/xml");
+        if (shape.mode == DescriptionShape::Mode::Normal)
+            return HttpResponse::text(200, upnpDescription(m_model.identity, port), "text/xml");
+        HttpResponse response;
+        response.contentType = "text/xml";
+        response.generated = shapedDescription(shape, m_model.identity, port);
+        return response;
     }
     if (request.path == "/api" || startsWith(request.path, "/api/")) {
         std::lock_guard<std::mutex> lock(m_modelMutex);

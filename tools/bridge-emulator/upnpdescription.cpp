@@ -64,4 +64,30 @@ std::string upnpDescription(const BridgeIdentity& identity, int urlBasePort)
            "</root>\n";
 }
 
+std::shared_ptr<const PatternBody> shapedDescription(const DescriptionShape& shape,
+                                                     const BridgeIdentity& identity, int urlBasePort)
+{
+    auto body = std::make_shared<PatternBody>();
+    const std::string normal = upnpDescription(identity, urlBasePort);
+    const std::string rootStart = "<root xmlns=\"urn:schemas-upnp-org:device-1-0\">\n";
+    const std::size_t afterRoot = normal.find(rootStart) + rootStart.size();
+    if (shape.mode == DescriptionShape::Mode::Deep) {
+        const std::size_t inner = shape.amount > 1 ? shape.amount - 1 : 0;
+        body->add(normal.substr(0, afterRoot)).add("<device>", inner).add("</device>", inner).add("</root>\n");
+    } else if (shape.mode == DescriptionShape::Mode::Huge) {
+        // The padding comes before the device, so that a reader must get through all of it to
+        // find the serial number.
+        const std::string open = "<!--", close = "-->\n";
+        const std::size_t fixed = normal.size() + open.size() + close.size();
+        body->add(normal.substr(0, afterRoot))
+            .add(open)
+            .add("x", shape.amount > fixed ? shape.amount - fixed : 0)
+            .add(close)
+            .add(normal.substr(afterRoot));
+    } else {
+        body->add(normal);
+    }
+    return body;
+}
+
 } // namespace bridgeemu

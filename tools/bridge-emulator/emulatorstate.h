@@ -1,0 +1,69 @@
+#pragma once
+
+#include "bridgemodel.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bridgeemu {
+
+class ServerCertificate;
+
+// What a bridge keeps across restarts, apart from its TLS key: who it is, the applications it
+// let in, and its lights and groups with their state.
+struct StoredState
+{
+    struct Light
+    {
+        int number = 0;
+        std::string name;
+        LightDescription description;
+        LightState state;
+    };
+
+    std::string bridgeId;
+    std::string mac;
+    std::vector<WhitelistEntry> whitelist;
+    bool hasLights = false; // false: the configured lights stand (a recorded dump has none to keep)
+    std::vector<Light> lights;
+    std::vector<EmulatedGroup> groups;
+    int nextLight = 1;
+    int nextGroup = 1;
+};
+
+StoredState captureState(const BridgeModel& model, bool withLights);
+// Adds the whitelist and, when the state has them, replaces the lights and groups.
+void applyState(const StoredState& state, BridgeModel& model);
+
+std::string stateToJson(const StoredState& state);
+// Nothing, with a message in `error`, for text that is not a state this writes.
+std::optional<StoredState> stateFromJson(const std::string& text, std::string* error);
+
+// The files of a state directory: bridge.json (the state above), certificate.pem and key.pem.
+// Every file is written to a temporary name first and renamed over the old one, so a reader
+// sees the old file or the new one, never a part.
+class StateDirectory
+{
+public:
+    explicit StateDirectory(std::string path) : m_path(std::move(path)) {}
+
+    // Nothing, with the reason in `warning`, when the file is missing or unreadable.
+    std::optional<StoredState> loadState(std::string* warning) const;
+    bool saveState(const StoredState& state, std::string* error) const;
+    std::unique_ptr<ServerCertificate> loadCertificate(std::string* warning) const;
+    bool saveCertificate(const ServerCertificate& certificate, std::string* error) const;
+
+private:
+    std::string file(const char* name) const { return m_path + "/" + name; }
+
+    std::string m_path;
+};
+
+// Writes `content` to `path` by way of a temporary file in the same folder and a rename; the
+// file gets `mode` (0600 for a private key). Creates the folder when it is missing.
+bool writeFileAtomically(const std::string& path, const std::string& content, std::string* error,
+                         unsigned mode = 0644);
+
+} // namespace bridgeemu
