@@ -10,6 +10,7 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QSslKey>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <memory>
@@ -147,10 +148,21 @@ private slots:
         QCOMPARE(reply.json()[0]["error"].toObject(), QJsonDocument::fromJson(expected).object());
     }
 
+    void certificateIsSelfSignedWithBridgeId_data()
+    {
+        QTest::addColumn<QString>("commonNameWanted"); // empty: the bridge id's
+        QTest::addColumn<QString>("commonName");
+        QTest::addRow("bridge id") << "" << "001788fffe9abcde";
+        QTest::addRow("another bridge's") << "001788fffe000001" << "001788fffe000001";
+    }
+
     void certificateIsSelfSignedWithBridgeId()
     {
+        QFETCH(QString, commonNameWanted);
+        QFETCH(QString, commonName);
         EmulatorConfig config;
         config.identity.bridgeId = "001788FFFE9ABCDE";
+        config.certificateCommonName = commonNameWanted.toStdString();
         const auto emulator = startEmulator(config);
         const TestReply reply = m_client.get(httpsUrl(emulator->httpsPort(), "/api/config"));
         QCOMPARE(reply.status, 200);
@@ -159,12 +171,84 @@ private slots:
         QVERIFY(reply.sslErrors.contains(QSslError::SelfSignedCertificate) &&
                 reply.sslErrors.contains(QSslError::HostNameMismatch));
         const QSslCertificate certificate = reply.peerCertificate;
-        QCOMPARE(certificate.subjectInfo(QSslCertificate::CommonName), QStringList{"001788fffe9abcde"});
+        QCOMPARE(certificate.subjectInfo(QSslCertificate::CommonName), QStringList{commonName});
         QCOMPARE(certificate.subjectInfo(QSslCertificate::Organization), QStringList{"Philips Hue"});
         QCOMPARE(certificate.subjectInfo(QSslCertificate::CountryName), QStringList{"NL"});
         QVERIFY(certificate.isSelfSigned());
         QCOMPARE(certificate.publicKey().algorithm(), QSsl::Ec);
         QCOMPARE(certificate.toPem(), QByteArray::fromStdString(emulator->certificatePem()));
+    }
+
+    // A second emulator on the same state folder is the same bridge, unless a file was damaged
+    // or the caller names another bridge id.
+    void stateFolderKeepsTheBridge_data()
+    {
+        QTest::addColumn<QString>("damaged"); // file overwritten with garbage before the restart
+        QTest::addColumn<QString>("bridgeId"); // given for the restart; empty: the kept one
+        QTest::addColumn<bool>("sameCertificate");
+        QTest::addColumn<bool>("sameLightsAndKey");
+        QTest::addRow("intact") << "" << "" << true << true;
+        QTest::addRow("state unreadable") << "bridge.json" << "001788fffe00bb01" << true << false;
+        QTest::addRow("key unreadable") << "key.pem" << "" << false << true;
+        QTest::addRow("another bridge id given") << "" << "001788fffe0000aa" << false << true;
+    }
+
+    void stateFolderKeepsTheBridge()
+    {
+        QFETCH(QString, damaged);
+        QFETCH(QString, bridgeId);
+        QFETCH(bool, sameCertificate);
+        QFETCH(bool, sameLightsAndKey);
+        QTemporaryDir folder;
+        EmulatorConfig config;
+        config.identity.bridgeId = "001788fffe00bb01";
+        config.stateDir = folder.path().toStdString();
+        config.lights = {LightSpec{}, LightSpec{}, LightSpec{}};
+        config.defaultGroups = false;
+        std::string certificate, key;
+        {
+            const auto first = startEmulator(config);
+            certificate = first->certificatePem();
+            key = first->addUser("app#one");
+            LightChange change;
+            change.on = true;
+            change.bri = 77;
+            first->setLightState("2", change);
+            first->removeLight("1");
+            first->addGroup("Attic", GroupType::Room, {"2", "3"});
+        } // stopped by the destructor, which writes the state
+        if (!damaged.isEmpty()) {
+            QFile file(folder.filePath(damaged));
+            QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+            file.write("{not what was written");
+        }
+
+        // Another configuration: what was kept wins over it, except a bridge id that is given.
+        EmulatorConfig again;
+        again.stateDir = config.stateDir;
+        again.lights = {LightSpec{}};
+        if (!bridgeId.isEmpty()) {
+            again.identity.bridgeId = bridgeId.toStdString();
+            again.bridgeIdFromState = false;
+        }
+        const auto second = startEmulator(again);
+        QCOMPARE(QString::fromStdString(second->bridgeId()),
+                 bridgeId.isEmpty() ? QString("001788fffe00bb01") : bridgeId);
+        QCOMPARE(second->certificatePem() == certificate, sameCertificate);
+        const TestReply lights =
+            m_client.get(httpsUrl(second->httpsPort(), QString("/api/%1/lights").arg(key.c_str())));
+        QCOMPARE(lights.peerCertificate.toPem() == QByteArray::fromStdString(certificate), sameCertificate);
+        if (!sameLightsAndKey) {
+            QCOMPARE(lights.json()[0]["error"]["type"].toInt(), 1);
+            QCOMPARE(second->lightIds(), std::vector<std::string>{"1"});
+            return;
+        }
+        QCOMPARE(lights.json().object().keys(), (QStringList{"2", "3"}));
+        QCOMPARE(lights.json()["2"]["state"]["bri"].toInt(), 77);
+        QCOMPARE(second->group("1")->lights, (std::vector<std::string>{"2", "3"}));
+        QCOMPARE(QString::fromStdString(second->users().at(0).name), QString("app#one"));
+        // Ids are not reused after a restart either.
+        QCOMPARE(second->addLight(LightSpec{}), std::string("4"));
     }
 
     void requestRecordIsBoundedAndSkipsTheControlApi()

@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <signal.h>
@@ -15,8 +16,9 @@ using namespace bridgeemu;
 
 namespace {
 
-// Starts the emulator and reads its plain HTTP port from the "listening" line it prints first.
-int startProcess(QProcess& process, const QStringList& arguments)
+// Starts the emulator and reads its plain HTTP port (and its HTTPS port into `https`) from the
+// "listening" line it prints first.
+int startProcess(QProcess& process, const QStringList& arguments, int* https = nullptr)
 {
     process.start(QStringLiteral(HUE_BRIDGE_EMULATOR), arguments);
     while (!process.canReadLine()) {
@@ -24,8 +26,10 @@ int startProcess(QProcess& process, const QStringList& arguments)
             return -1;
     }
     const QRegularExpressionMatch match =
-        QRegularExpression("^listening https=\\d+ http=(\\d+)").match(QString::fromUtf8(process.readLine()));
-    return match.hasMatch() ? match.captured(1).toInt() : -1;
+        QRegularExpression("^listening https=(\\d+) http=(\\d+)").match(QString::fromUtf8(process.readLine()));
+    if (https)
+        *https = match.captured(1).toInt();
+    return match.hasMatch() ? match.captured(2).toInt() : -1;
 }
 
 bool stopProcess(QProcess& process)
@@ -52,7 +56,7 @@ private slots:
             << QString(
                    "--https-port 8443 --http-port=8080 --control-port 0 --bridge-id ECB5FAFFFE0A1B2C --name "
                    "Attic --lights ct:2,onoff --auto-link=1500 --api-version 1.50.0 --sw-version 1950000000 "
-                   "--zigbee-channel 11 --ipv6 --no-groups --link-window -1 -v")
+                   "--zigbee-channel 11 --ipv6 --no-groups --link-window -1 -v --state-dir /tmp/x --cert-cn other")
                    .split(' ')
             << "";
         QTest::addRow("bad bridge id")
@@ -90,6 +94,9 @@ private slots:
         QCOMPARE(config.autoLinkAfter->count(), 1500);
         QCOMPARE(config.linkButtonWindow.count(), -1);
         QVERIFY(config.alsoIpv6 && !config.defaultGroups && options->verbose);
+        QCOMPARE(QString::fromStdString(config.stateDir), QString("/tmp/x"));
+        QCOMPARE(QString::fromStdString(config.certificateCommonName), QString("other"));
+        QVERIFY(!config.bridgeIdFromState); // the given bridge id wins over a kept one
     }
 
     void badOptionsEndTheProgram()
@@ -120,6 +127,31 @@ private slots:
         QCOMPARE(m_client.get(httpUrl(http, "/api/config")).status, 200);
 
         QVERIFY(stopProcess(process));
+    }
+
+    // Killed by SIGTERM and started again on the same folder: the same bridge.
+    void restartOnTheStateFolder()
+    {
+        QTemporaryDir folder;
+        const QStringList arguments{"--state-dir", folder.path(), "--lights", "dimmable:2"};
+        QProcess first;
+        int https = 0;
+        int http = startProcess(first, arguments + QStringList{"--bridge-id", "001788fffe00cc01"}, &https);
+        QVERIFY(http > 0);
+        const QByteArray certificate = m_client.get(httpsUrl(https, "/api/config")).peerCertificate.toPem();
+        const QString key = m_client.send("POST", httpUrl(http, "/emulator/users"), "{}").json()["username"].toString();
+        QCOMPARE(m_client.send("PUT", httpUrl(http, "/emulator/lights/2"), R"({"bri":42})").status, 200);
+        QVERIFY(stopProcess(first));
+
+        QProcess second;
+        http = startProcess(second, arguments, &https);
+        QVERIFY(http > 0);
+        const TestReply light = m_client.get(httpsUrl(https, "/api/" + key + "/lights/2"));
+        QCOMPARE(light.peerCertificate.toPem(), certificate);
+        QCOMPARE(light.json()["state"]["bri"].toInt(), 42);
+        QCOMPARE(m_client.get(httpUrl(http, "/api/config")).json()["bridgeid"].toString(),
+                 QString("001788FFFE00CC01"));
+        QVERIFY(stopProcess(second));
     }
 };
 

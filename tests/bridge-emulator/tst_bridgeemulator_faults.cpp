@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QTcpSocket>
+#include <QXmlStreamReader>
 #include <QtTest>
 
 #include <memory>
@@ -166,6 +167,80 @@ private slots:
         // Still serving, on both ports.
         QCOMPARE(m_client.get(httpUrl(emulator->httpPort(), "/api/config")).status, 200);
         QCOMPARE(m_client.get(httpsUrl(emulator->httpsPort(), "/api/config")).status, 200);
+    }
+
+    void hostileDescriptions_data()
+    {
+        QTest::addColumn<QByteArray>("shape");
+        QTest::addColumn<int>("depth"); // of the deepest element, the root being 1
+        QTest::addColumn<int>("size");  // 0: any
+        QTest::addRow("deep") << QByteArray(R"({"mode":"deep","depth":3000})") << 3000 << 0;
+        QTest::addRow("huge") << QByteArray(R"({"mode":"huge","bytes":3000000})") << 5 << 3000000;
+        QTest::addRow("normal again") << QByteArray(R"({"mode":"normal"})") << 5 << 0;
+    }
+
+    void hostileDescriptions()
+    {
+        QFETCH(QByteArray, shape);
+        QFETCH(int, depth);
+        QFETCH(int, size);
+        const auto emulator = startEmulator();
+        const int http = emulator->httpPort();
+        // Every shape replaces the one before.
+        emulator->setDescriptionShape({DescriptionShape::Mode::Deep, 2});
+        QCOMPARE(m_client.send("PUT", httpUrl(http, "/emulator/description"), shape).status, 200);
+        const TestReply reply = m_client.get(httpUrl(http, "/description.xml"));
+        QCOMPARE(reply.status, 200);
+        if (size > 0)
+            QCOMPARE(reply.body.size(), size);
+        QXmlStreamReader xml(reply.body);
+        int level = 0, deepest = 0;
+        QString serial;
+        while (!xml.atEnd()) {
+            xml.readNext();
+            if (xml.isStartElement())
+                deepest = std::max(deepest, ++level);
+            else if (xml.isEndElement())
+                --level;
+            if (xml.isStartElement() && xml.name() == QLatin1String("serialNumber")) {
+                serial = xml.readElementText();
+                --level;
+            }
+        }
+        QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
+        QCOMPARE(deepest, depth);
+        QCOMPARE(serial.isEmpty(), shape.contains("deep"));
+    }
+
+    void oversizedAnswers_data()
+    {
+        QTest::addColumn<bool>("chunked");
+        QTest::addRow("with a length") << false;
+        QTest::addRow("chunked") << true;
+    }
+
+    void oversizedAnswers()
+    {
+        QFETCH(bool, chunked);
+        const auto emulator = startEmulator();
+        const int http = emulator->httpPort();
+        const QByteArray rule = QString(R"({"path":"/api/config","bytes":2000001,"count":2,"chunked":%1})")
+                                    .arg(chunked ? "true" : "false")
+                                    .toUtf8();
+        QCOMPARE(m_client.send("PUT", httpUrl(http, "/emulator/oversize"), rule).status, 200);
+        QVERIFY(m_client.get(httpUrl(http, "/api/nouser/lights")).json().isArray()); // not under the path
+        for (int i = 0; i < 2; ++i) {
+            const TestReply reply = m_client.get(httpsUrl(emulator->httpsPort(), "/api/config"));
+            QCOMPARE(reply.status, 200);
+            QCOMPARE(reply.body.size(), 2000001);
+            QVERIFY(reply.body.startsWith("[0,0,") && reply.body.endsWith("0,"));
+            QVERIFY(reply.json().isNull());
+        }
+        QVERIFY(m_client.get(httpUrl(http, "/api/config")).json().isObject());
+        // Dropped rules leave every request normal.
+        emulator->oversize(10, -1, "/api");
+        QCOMPARE(m_client.send("DELETE", httpUrl(http, "/emulator/oversize")).status, 200);
+        QVERIFY(m_client.get(httpUrl(http, "/api/config")).json().isObject());
     }
 
     void stopCutsIdleConnections()

@@ -199,6 +199,90 @@ private slots:
         QTRY_VERIFY(stream.reply->isFinished());
         QTRY_COMPARE(emulator->eventStreamCount(), 0);
     }
+
+    void floodSendsExactlyTheMessagesAskedFor_data()
+    {
+        QTest::addColumn<int>("messages");
+        QTest::addColumn<int>("perMessage");
+        QTest::addColumn<int>("intervalMs");
+        QTest::addRow("as fast as read") << 600 << 3 << 0; // more than the flood lets wait
+        QTest::addRow("paced") << 4 << 1 << 20;
+    }
+
+    void floodSendsExactlyTheMessagesAskedFor()
+    {
+        QFETCH(int, messages);
+        QFETCH(int, perMessage);
+        QFETCH(int, intervalMs);
+        const auto emulator = startStreamingEmulator(std::chrono::minutes(1));
+        StreamReader stream(m_client, *emulator, QByteArray::fromStdString(emulator->addUser()));
+        QTRY_COMPARE(emulator->eventStreamCount(), 1);
+        LightChange dim;
+        dim.bri = 127;
+        emulator->setLightState("2", dim); // sent only at the end of the minute's window
+        const QByteArray body = QString(R"({"messages":%1,"events_per_message":%2,"interval_ms":%3})")
+                                    .arg(messages)
+                                    .arg(perMessage)
+                                    .arg(intervalMs)
+                                    .toUtf8();
+        QCOMPARE(m_client.send("POST", httpUrl(emulator->httpPort(), "/emulator/eventstream/flood"), body).status,
+                 200);
+        QTRY_VERIFY(!emulator->eventFloodRunning());
+        QTRY_COMPARE(stream.dataMessages().size(), messages);
+        for (const QByteArray& message : stream.dataMessages())
+            QCOMPARE(StreamReader::events(message).size(), perMessage);
+        const QList<QJsonObject> updates = stream.resources("update", "light");
+        QCOMPARE(updates.size(), messages * perMessage);
+        const QString light1 = QString::fromStdString(emulator->v2LightId("1"));
+        const QString light2 = QString::fromStdString(emulator->v2LightId("2"));
+        QCOMPARE(updates[0]["id"].toString(), light1);
+        QCOMPARE(updates[1 % updates.size()]["id"].toString(), updates.size() > 1 ? light2 : light1);
+        // The last round leaves every light at its real brightness.
+        QCOMPARE(updates.last()["id"].toString(), messages * perMessage % 2 ? light1 : light2);
+        const double last = updates.last()["dimming"]["brightness"].toDouble();
+        QCOMPARE(last, emulator->light(messages * perMessage % 2 ? "1" : "2")->state.bri == 127 ? 50.0 : 100.0);
+    }
+
+    void endlessLine_data()
+    {
+        QTest::addColumn<int>("bytes");
+        QTest::addColumn<bool>("thenNewline");
+        QTest::addRow("stalled") << 300000 << false;
+        QTest::addRow("then ended") << 1000 << true;
+    }
+
+    void endlessLine()
+    {
+        QFETCH(int, bytes);
+        QFETCH(bool, thenNewline);
+        const auto emulator = startStreamingEmulator(std::chrono::minutes(1));
+        StreamReader stream(m_client, *emulator, QByteArray::fromStdString(emulator->addUser()));
+        QTRY_COMPARE(emulator->eventStreamCount(), 1);
+        const QByteArray body = QString(R"({"bytes":%1,"then_newline":%2})")
+                                    .arg(bytes)
+                                    .arg(thenNewline ? "true" : "false")
+                                    .toUtf8();
+        QCOMPARE(
+            m_client.send("POST", httpUrl(emulator->httpPort(), "/emulator/eventstream/endless"), body).status,
+            200);
+        const QByteArray line = ": hi\n\ndata: " + QByteArray(bytes, 'x');
+        QTRY_COMPARE(stream.text.size(), line.size() + (thenNewline ? 2 : 0));
+        QVERIFY(stream.text.startsWith(line));
+        // A change after the line: sent after its end, or never on a stalled line.
+        LightChange off;
+        off.on = false;
+        emulator->setLightState("1", off);
+        emulator->flushEvents();
+        if (thenNewline) {
+            QTRY_COMPARE(stream.dataMessages().size(), 1);
+            QVERIFY(stream.text.mid(line.size(), 6) == "\n\nid: ");
+        } else {
+            QTest::qWait(150); // three of the writer's wake-ups
+            QCOMPARE(stream.text, line);
+            QCOMPARE(emulator->eventStreamCount(), 1);
+            QVERIFY(!stream.reply->isFinished());
+        }
+    }
 };
 
 QTEST_MAIN(TestBridgeEmulatorV2Stream)

@@ -72,6 +72,49 @@ QStringList EmulatorProcess::userNames()
     return control("GET", "/emulator/users").keys();
 }
 
+namespace {
+
+QByteArray compact(const QJsonObject& object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+} // namespace
+
+bool EmulatorProcess::flood(int messages, int eventsPerMessage, int intervalMs)
+{
+    const QJsonObject body{
+        {"messages", messages}, {"events_per_message", eventsPerMessage}, {"interval_ms", intervalMs}};
+    return control("POST", "/emulator/eventstream/flood", compact(body))["ok"].toBool();
+}
+
+bool EmulatorProcess::stopFlood()
+{
+    return control("DELETE", "/emulator/eventstream/flood")["ok"].toBool();
+}
+
+bool EmulatorProcess::endlessLine(qint64 bytes, bool thenNewline)
+{
+    const QJsonObject body{{"bytes", double(bytes)}, {"then_newline", thenNewline}};
+    return control("POST", "/emulator/eventstream/endless", compact(body))["ok"].toBool();
+}
+
+bool EmulatorProcess::setDescriptionMode(const QJsonObject& shape)
+{
+    return control("PUT", "/emulator/description", compact(shape))["ok"].toBool();
+}
+
+bool EmulatorProcess::oversize(const QString& pathPrefix, qint64 bytes, int count)
+{
+    const QJsonObject body{{"path", pathPrefix}, {"bytes", double(bytes)}, {"count", count}};
+    return control("PUT", "/emulator/oversize", compact(body))["ok"].toBool();
+}
+
+bool EmulatorProcess::clearOversize()
+{
+    return control("DELETE", "/emulator/oversize")["ok"].toBool();
+}
+
 QList<BridgeRequest> EmulatorProcess::requests(const QString& method, const QRegularExpression& pathPattern)
 {
     QList<BridgeRequest> matching;

@@ -45,6 +45,16 @@ public:
     QJsonArray lights();
     QStringList userNames();
 
+    // Hostile modes: a flood of event stream messages (and its end), an endless "data:" line on
+    // every open stream, the shape of /description.xml ({"mode":"deep","depth":D},
+    // {"mode":"huge","bytes":N}, {"mode":"normal"}), and oversized non-JSON answers.
+    bool flood(int messages, int eventsPerMessage, int intervalMs = 0);
+    bool stopFlood();
+    bool endlessLine(qint64 bytes, bool thenNewline = false);
+    bool setDescriptionMode(const QJsonObject& shape);
+    bool oversize(const QString& pathPrefix, qint64 bytes, int count = 1);
+    bool clearOversize();
+
     // The recorded bridge requests whose method matches and whose path matches `pathPattern`.
     QList<BridgeRequest> requests(const QString& method = QString(),
                                   const QRegularExpression& pathPattern = QRegularExpression(".*"));
