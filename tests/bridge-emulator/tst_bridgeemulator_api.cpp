@@ -152,8 +152,10 @@ private slots:
     {
         QTest::addColumn<QString>("commonNameWanted"); // empty: the bridge id's
         QTest::addColumn<QString>("commonName");
-        QTest::addRow("bridge id") << "" << "001788fffe9abcde";
-        QTest::addRow("another bridge's") << "001788fffe000001" << "001788fffe000001";
+        QTest::addRow("bridge id") << ""
+                                   << "001788fffe9abcde";
+        QTest::addRow("another bridge's") << "001788fffe000001"
+                                          << "001788fffe000001";
     }
 
     void certificateIsSelfSignedWithBridgeId()
@@ -183,14 +185,18 @@ private slots:
     // or the caller names another bridge id.
     void stateFolderKeepsTheBridge_data()
     {
-        QTest::addColumn<QString>("damaged"); // file overwritten with garbage before the restart
+        QTest::addColumn<QString>("damaged");  // file overwritten with garbage before the restart
         QTest::addColumn<QString>("bridgeId"); // given for the restart; empty: the kept one
         QTest::addColumn<bool>("sameCertificate");
         QTest::addColumn<bool>("sameLightsAndKey");
-        QTest::addRow("intact") << "" << "" << true << true;
-        QTest::addRow("state unreadable") << "bridge.json" << "001788fffe00bb01" << true << false;
-        QTest::addRow("key unreadable") << "key.pem" << "" << false << true;
-        QTest::addRow("another bridge id given") << "" << "001788fffe0000aa" << false << true;
+        QTest::addRow("intact") << ""
+                                << "" << true << true;
+        QTest::addRow("state unreadable") << "bridge.json"
+                                          << "001788fffe00bb01" << true << false;
+        QTest::addRow("key unreadable") << "key.pem"
+                                        << "" << false << true;
+        QTest::addRow("another bridge id given") << ""
+                                                 << "001788fffe0000aa" << false << true;
     }
 
     void stateFolderKeepsTheBridge()

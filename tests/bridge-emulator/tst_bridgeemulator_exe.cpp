@@ -25,8 +25,8 @@ int startProcess(QProcess& process, const QStringList& arguments, int* https = n
         if (!process.waitForReadyRead(5000))
             return -1;
     }
-    const QRegularExpressionMatch match =
-        QRegularExpression("^listening https=(\\d+) http=(\\d+)").match(QString::fromUtf8(process.readLine()));
+    const QRegularExpressionMatch match = QRegularExpression("^listening https=(\\d+) http=(\\d+)")
+                                              .match(QString::fromUtf8(process.readLine()));
     if (https)
         *https = match.captured(1).toInt();
     return match.hasMatch() ? match.captured(2).toInt() : -1;
@@ -56,7 +56,8 @@ private slots:
             << QString(
                    "--https-port 8443 --http-port=8080 --control-port 0 --bridge-id ECB5FAFFFE0A1B2C --name "
                    "Attic --lights ct:2,onoff --auto-link=1500 --api-version 1.50.0 --sw-version 1950000000 "
-                   "--zigbee-channel 11 --ipv6 --no-groups --link-window -1 -v --state-dir /tmp/x --cert-cn other")
+                   "--zigbee-channel 11 --ipv6 --no-groups --link-window -1 -v --state-dir /tmp/x --cert-cn "
+                   "other")
                    .split(' ')
             << "";
         QTest::addRow("bad bridge id")
@@ -139,7 +140,8 @@ private slots:
         int http = startProcess(first, arguments + QStringList{"--bridge-id", "001788fffe00cc01"}, &https);
         QVERIFY(http > 0);
         const QByteArray certificate = m_client.get(httpsUrl(https, "/api/config")).peerCertificate.toPem();
-        const QString key = m_client.send("POST", httpUrl(http, "/emulator/users"), "{}").json()["username"].toString();
+        const QString key =
+            m_client.send("POST", httpUrl(http, "/emulator/users"), "{}").json()["username"].toString();
         QCOMPARE(m_client.send("PUT", httpUrl(http, "/emulator/lights/2"), R"({"bri":42})").status, 200);
         QVERIFY(stopProcess(first));
 

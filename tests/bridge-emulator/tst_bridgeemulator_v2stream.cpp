@@ -225,8 +225,9 @@ private slots:
                                     .arg(perMessage)
                                     .arg(intervalMs)
                                     .toUtf8();
-        QCOMPARE(m_client.send("POST", httpUrl(emulator->httpPort(), "/emulator/eventstream/flood"), body).status,
-                 200);
+        QCOMPARE(
+            m_client.send("POST", httpUrl(emulator->httpPort(), "/emulator/eventstream/flood"), body).status,
+            200);
         QTRY_VERIFY(!emulator->eventFloodRunning());
         QTRY_COMPARE(stream.dataMessages().size(), messages);
         for (const QByteArray& message : stream.dataMessages())
@@ -240,7 +241,8 @@ private slots:
         // The last round leaves every light at its real brightness.
         QCOMPARE(updates.last()["id"].toString(), messages * perMessage % 2 ? light1 : light2);
         const double last = updates.last()["dimming"]["brightness"].toDouble();
-        QCOMPARE(last, emulator->light(messages * perMessage % 2 ? "1" : "2")->state.bri == 127 ? 50.0 : 100.0);
+        QCOMPARE(last,
+                 emulator->light(messages * perMessage % 2 ? "1" : "2")->state.bri == 127 ? 50.0 : 100.0);
     }
 
     void endlessLine_data()
@@ -262,9 +264,9 @@ private slots:
                                     .arg(bytes)
                                     .arg(thenNewline ? "true" : "false")
                                     .toUtf8();
-        QCOMPARE(
-            m_client.send("POST", httpUrl(emulator->httpPort(), "/emulator/eventstream/endless"), body).status,
-            200);
+        QCOMPARE(m_client.send("POST", httpUrl(emulator->httpPort(), "/emulator/eventstream/endless"), body)
+                     .status,
+                 200);
         const QByteArray line = ": hi\n\ndata: " + QByteArray(bytes, 'x');
         QTRY_COMPARE(stream.text.size(), line.size() + (thenNewline ? 2 : 0));
         QVERIFY(stream.text.startsWith(line));

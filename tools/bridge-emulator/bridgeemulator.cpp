@@ -7,9 +7,9 @@
 #include "faultrules.h"
 #include "httplistener.h"
 #include "requestrouter.h"
+#include "resourceids.h"
 #include "sharedportfront.h"
 #include "taskscheduler.h"
-#include "resourceids.h"
 #include "v2events.h"
 #include "v2render.h"
 
@@ -89,7 +89,8 @@ std::string floodMessage(const std::vector<FloodTarget>& targets, long long inde
         minijson::CObject& update = event.AddArray("data").AddObject();
         update.MergeFrom(*target.base, true);
         if (target.dimmable)
-            update.AddObject("dimming").SetDouble("brightness", last ? target.brightness : 1 + (g * 37) % 100);
+            update.AddObject("dimming").SetDouble("brightness",
+                                                  last ? target.brightness : 1 + (g * 37) % 100);
         else
             update.AddObject("on").SetBoolean("on", last ? target.on : g % 2 == 0);
         event.SetString("id", randomUuid());
@@ -203,7 +204,8 @@ void BridgeEmulator::Impl::loadCertificate(std::string* error)
         std::string warning;
         certificate = folder.loadCertificate(&warning);
         if (certificate && certificate->commonName() != commonName) {
-            warning = "the kept certificate names \"" + certificate->commonName() + "\", not \"" + commonName + "\"";
+            warning = "the kept certificate names \"" + certificate->commonName() + "\", not \"" +
+                      commonName + "\"";
             certificate.reset();
         }
         if (!certificate)

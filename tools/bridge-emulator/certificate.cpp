@@ -100,7 +100,8 @@ std::unique_ptr<ServerCertificate> ServerCertificate::create(const std::string& 
         return nullptr;
     }
     X509* certificate = X509_new();
-    if (!certificate || !fillCertificate(certificate, key, bridgeId, commonName.empty() ? bridgeId : commonName)) {
+    if (!certificate ||
+        !fillCertificate(certificate, key, bridgeId, commonName.empty() ? bridgeId : commonName)) {
         if (error)
             *error = openSslError("certificate creation failed");
         X509_free(certificate);
@@ -121,7 +122,8 @@ std::unique_ptr<ServerCertificate> ServerCertificate::fromPem(const std::string&
 {
     BIO* certificateBio = BIO_new_mem_buf(certificatePem.data(), static_cast<int>(certificatePem.size()));
     BIO* keyBio = BIO_new_mem_buf(keyPem.data(), static_cast<int>(keyPem.size()));
-    X509* certificate = certificateBio ? PEM_read_bio_X509(certificateBio, nullptr, nullptr, nullptr) : nullptr;
+    X509* certificate =
+        certificateBio ? PEM_read_bio_X509(certificateBio, nullptr, nullptr, nullptr) : nullptr;
     EVP_PKEY* key = keyBio ? PEM_read_bio_PrivateKey(keyBio, nullptr, nullptr, nullptr) : nullptr;
     BIO_free(certificateBio);
     BIO_free(keyBio);
@@ -169,7 +171,8 @@ std::string ServerCertificate::keyPem() const
 std::string ServerCertificate::commonName() const
 {
     char text[256] = "";
-    if (X509_NAME_get_text_by_NID(X509_get_subject_name(m_certificate), NID_commonName, text, sizeof text) < 0)
+    if (X509_NAME_get_text_by_NID(X509_get_subject_name(m_certificate), NID_commonName, text, sizeof text) <
+        0)
         return {};
     return text;
 }

@@ -251,7 +251,8 @@ std::optional<std::uint64_t> readCount(const CObject& body, const char* key, std
     if (!value || !value->IsNumber())
         return std::nullopt;
     const double number = value->Number().ValueDouble();
-    if (!(number >= static_cast<double>(low) && number <= 1e15) || number != static_cast<double>(static_cast<std::uint64_t>(number)))
+    if (!(number >= static_cast<double>(low) && number <= 1e15) ||
+        number != static_cast<double>(static_cast<std::uint64_t>(number)))
         return std::nullopt;
     return static_cast<std::uint64_t>(number);
 }
@@ -264,7 +265,7 @@ HttpResponse handleFlood(BridgeEmulator& emulator, const HttpRequest& request, c
     }
     const auto messages = readCount(body, "messages");
     const auto perMessage = body.Contains("events_per_message") ? readCount(body, "events_per_message")
-                                                               : std::optional<std::uint64_t>(1);
+                                                                : std::optional<std::uint64_t>(1);
     const auto interval =
         body.Contains("interval_ms") ? readCount(body, "interval_ms", 0) : std::optional<std::uint64_t>(0);
     if (!messages || *messages > 100000000 || !perMessage || *perMessage > 10000 || !interval ||

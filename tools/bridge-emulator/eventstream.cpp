@@ -69,7 +69,8 @@ void EventStreamHub::takePending(Connection& connection, std::string& out)
         Piece& piece = connection.pending.front();
         out += piece.text;
         piece.text.clear();
-        const std::uint64_t filler = std::min<std::uint64_t>(piece.filler, kMaxWrite - std::min(kMaxWrite, out.size()));
+        const std::uint64_t filler =
+            std::min<std::uint64_t>(piece.filler, kMaxWrite - std::min(kMaxWrite, out.size()));
         out.append(static_cast<std::size_t>(filler), 'x');
         piece.filler -= filler;
         if (piece.filler > 0)
@@ -167,8 +168,9 @@ bool EventStreamHub::waitForRoom(std::size_t limit, std::chrono::milliseconds ti
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     return m_drained.wait_for(lock, timeout, [&] {
-        return std::all_of(m_connections.begin(), m_connections.end(),
-                           [&](const auto& connection) { return connection->held || connection->pending.size() <= limit; });
+        return std::all_of(m_connections.begin(), m_connections.end(), [&](const auto& connection) {
+            return connection->held || connection->pending.size() <= limit;
+        });
     });
 }
 

@@ -63,7 +63,8 @@ void FaultRules::clearOversizes()
     m_oversizes.clear();
 }
 
-std::optional<FaultRules::Oversize> FaultRules::takeOversize(const std::string& method, const std::string& path)
+std::optional<FaultRules::Oversize> FaultRules::takeOversize(const std::string& method,
+                                                             const std::string& path)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return takeFirst(m_oversizes, method, path);

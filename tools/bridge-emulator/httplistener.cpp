@@ -143,9 +143,8 @@ void HttpListener::setUpRoutes()
                 });
         } else if (answer.generated && answer.generatedChunked) {
             response.set_chunked_content_provider(
-                answer.contentType,
-                [body = answer.generated, offset = std::make_shared<std::size_t>(0)](std::size_t,
-                                                                                     httplib::DataSink& sink) {
+                answer.contentType, [body = answer.generated, offset = std::make_shared<std::size_t>(0)](
+                                        std::size_t, httplib::DataSink& sink) {
                     std::string out;
                     body->read(*offset, kGeneratedPiece, out);
                     *offset += out.size();

@@ -26,7 +26,8 @@ std::string LightStore::addLight(const LightSpec& wanted)
     const int number = m_nextLightId++;
     const int serial = ++m_countByKind[wanted.kind];
     LightDescription description = describeLight(wanted, m_bridgeId, number);
-    std::string name = wanted.name.empty() ? description.productName + " " + std::to_string(serial) : wanted.name;
+    std::string name =
+        wanted.name.empty() ? description.productName + " " + std::to_string(serial) : wanted.name;
     const std::string id = std::to_string(number);
     EmulatedLight light(id, std::move(name), std::move(description));
     // Half of the lights start switched on, so that a first poll sees both states.

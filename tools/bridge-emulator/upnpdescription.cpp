@@ -73,7 +73,10 @@ std::shared_ptr<const PatternBody> shapedDescription(const DescriptionShape& sha
     const std::size_t afterRoot = normal.find(rootStart) + rootStart.size();
     if (shape.mode == DescriptionShape::Mode::Deep) {
         const std::size_t inner = shape.amount > 1 ? shape.amount - 1 : 0;
-        body->add(normal.substr(0, afterRoot)).add("<device>", inner).add("</device>", inner).add("</root>\n");
+        body->add(normal.substr(0, afterRoot))
+            .add("<device>", inner)
+            .add("</device>", inner)
+            .add("</root>\n");
     } else if (shape.mode == DescriptionShape::Mode::Huge) {
         // The padding comes before the device, so that a reader must get through all of it to
         // find the serial number.
