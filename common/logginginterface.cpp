@@ -190,6 +190,22 @@ CDebug& CDebug::operator<<(const QByteArray& text)
     return *this;
 }
 
+CDebug& CDebug::operator<<(const LogExcerpt& excerpt)
+{
+    if (!m_enabled)
+        return *this;
+    const int shown = qMin(excerpt.text.size(), qMax(0, excerpt.maxBytes));
+    QByteArray item = excerpt.text.left(shown);
+    for (char& c : item) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
+            c = '.';
+    }
+    if (shown < excerpt.text.size())
+        item += "... (" + QByteArray::number(excerpt.text.size()) + " bytes)";
+    appendItem(item);
+    return *this;
+}
+
 CDebug& CDebug::operator<<(const QString& text)
 {
     if (m_enabled)

@@ -51,6 +51,17 @@ LogSink setLogSink(LogSink sink);
 // Writes one finished message; CDebug and the Qt message handler end here.
 void writeLogMessage(int kind, const char* file, int line, const QByteArray& message);
 
+// A text that came from outside (a reply body, an event stream line), written as its first
+// `maxBytes` bytes and its length. Written whole, a body of megabytes would hold up the event
+// loop and flood the log; control characters become '.' so that it stays on its line.
+struct LogExcerpt
+{
+    static constexpr int kDefaultBytes = 200;
+    explicit LogExcerpt(const QByteArray& text, int maxBytes = kDefaultBytes) : text(text), maxBytes(maxBytes) {}
+    const QByteArray& text;
+    int maxBytes;
+};
+
 // One log line, built with << and written when the object goes out of scope.
 class CDebug
 {
@@ -70,6 +81,7 @@ public:
     CDebug& operator<<(double value);
     CDebug& operator<<(const InternalId& id);
     CDebug& operator<<(const QUrl& url);
+    CDebug& operator<<(const LogExcerpt& excerpt);
 
     template <typename T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
                                                !std::is_same_v<T, char>,

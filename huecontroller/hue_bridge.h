@@ -94,6 +94,8 @@ public:
 
     static constexpr int kReplyTimeoutCheckMs = 3000;
     static constexpr qint64 kReplyTimeoutMs = 10000;
+    // The largest reply body taken in; a whole home's CLIP v2 resources are a few hundred KB.
+    static constexpr qint64 kMaxReplyBytes = 4 * 1024 * 1024;
     static constexpr int kRetryTickMs = 100;
     static constexpr int kMaxRetries = 50;
     static constexpr int kRegisterRetryMs = 1000;

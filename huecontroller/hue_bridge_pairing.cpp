@@ -91,7 +91,7 @@ std::unique_ptr<minijson::CEntity> CBridge::parsePairingReply(const QByteArray& 
         return minijson::CParser::Parse(body.constData(), body.size());
     } catch (const minijson::CException& e) {
         LOG_ERROR << "JSON parse error while trying to parse network response from bridge. Exception:"
-                  << e.what() << "Response data:" << body;
+                  << e.what() << "Response data:" << LogExcerpt(body);
         setUserNameState(USERNAME_ERROR_UNKNOWN, true);
         return nullptr;
     }
@@ -113,7 +113,7 @@ void CBridge::handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool time
     if (!document)
         return;
     if (!document->IsObject()) {
-        LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << body;
+        LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << LogExcerpt(body);
         setUserNameState(USERNAME_ERROR_UNKNOWN);
         return;
     }
@@ -146,7 +146,7 @@ void CBridge::handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool time
     if (whitelist && whitelist->Contains(m_userName.toStdString())) {
         setUserNameState(USERNAME_REGISTERED);
     } else {
-        LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << body;
+        LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << LogExcerpt(body);
         setUserNameState(USERNAME_ERROR_UNKNOWN);
     }
 }
@@ -242,7 +242,7 @@ void CBridge::handleRegisterUserNameReply(QNetworkReply* reply, bool timedOut, b
         LOG_ERROR
             << "JSON response from bridge parsed successfully, but have unexpected JSON trying to register "
                "username. Response:"
-            << body;
+            << LogExcerpt(body);
         setUserNameState(USERNAME_ERROR_UNKNOWN);
         return;
     }
@@ -252,7 +252,7 @@ void CBridge::handleRegisterUserNameReply(QNetworkReply* reply, bool timedOut, b
                     ? "JSON response from bridge parsed successfully, but returned array is empty"
                     : "JSON response from bridge parsed successfully, but returned array has unexpected "
                       "contents.")
-            << "Response data:" << body;
+            << "Response data:" << LogExcerpt(body);
         setUserNameState(USERNAME_ERROR_UNKNOWN);
         return;
     }
@@ -283,7 +283,7 @@ void CBridge::handleRegisterUserNameReply(QNetworkReply* reply, bool timedOut, b
     } else {
         LOG_ERROR
             << "JSON response from bridge parsed successfully, but returned array has unexpected contents."
-            << "Response data:" << body;
+            << "Response data:" << LogExcerpt(body);
         setUserNameState(USERNAME_ERROR_UNKNOWN);
     }
 }

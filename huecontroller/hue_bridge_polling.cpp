@@ -78,7 +78,7 @@ void CBridge::handlePollReply(QNetworkReply* reply, bool timedOut)
              << "http status code:" << reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt()
              << "Error text:" << reply->errorString() << "Reply url:" << reply->url().path();
         if (reply->isOpen() && reply->bytesAvailable() > 0)
-            line << "Reply data:" << reply->readAll();
+            line << "Reply data:" << LogExcerpt(reply->readAll());
         return;
     }
     const auto pollType = PollType(reply->property("huePollType").toInt());
@@ -88,7 +88,7 @@ void CBridge::handlePollReply(QNetworkReply* reply, bool timedOut)
         document = parseBody(body);
     } catch (const minijson::CException& e) {
         LOG_ERROR << "JSON parse error while trying to parse a poll response from bridge. Exception:"
-                  << e.what() << "Response data:" << body;
+                  << e.what() << "Response data:" << LogExcerpt(body);
         return;
     }
     if (document->IsObject()) {
@@ -104,7 +104,7 @@ void CBridge::handlePollReply(QNetworkReply* reply, bool timedOut)
         }
     }
     LOG_ERROR << "JSON response for light state was parsed successfully, but has unexpected contents"
-              << "Response data:" << body;
+              << "Response data:" << LogExcerpt(body);
 }
 
 void CBridge::handleRequestLightChangeReply(QNetworkReply* reply, bool timedOut)
@@ -128,7 +128,7 @@ void CBridge::handleRequestLightChangeReply(QNetworkReply* reply, bool timedOut)
         document = parseBody(body);
     } catch (const minijson::CException& e) {
         LOG_ERROR << "JSON parse error while trying to parse a light response from bridge. Exception:"
-                  << e.what() << "Response data:" << body;
+                  << e.what() << "Response data:" << LogExcerpt(body);
         return;
     }
     if (m_api->parseLightChangeReply(reply, *document, false))

@@ -4,6 +4,7 @@
 #include "hue_bridge.h"
 
 #include "hue_bridgeapi.h"
+#include "hue_replylimit.h"
 
 #include "common/logginginterface.h"
 #include "common/profiler.h"
@@ -23,6 +24,7 @@ quint64 CBridge::getRequestId(QNetworkReply* reply)
 quint64 CBridge::trackReply(QNetworkReply* reply)
 {
     reply->setProperty("hueBridgeId", m_bridgeId);
+    limitReplySize(reply, kMaxReplyBytes);
     connect(reply, &QNetworkReply::errorOccurred, this, &CBridge::replyError, Qt::UniqueConnection);
     m_activeReplies.insert(reply);
     ElapsedTimer started;
@@ -51,13 +53,19 @@ void CBridge::replyFinished(QNetworkReply* reply, bool timedOut)
     removeRetry(reply);
 
     // Once https has answered the bridge stays on it; a refused or failed https connection
-    // before that sends this and every later request to the original plain http URL.
+    // before that sends this and every later request to the original plain http URL. A
+    // handshake that failed because the certificate was refused proves the bridge speaks TLS:
+    // falling back then would let anything answering on its address force cleartext.
     bool fellBack = false;
     const QNetworkReply::NetworkError error = reply->error();
     if (m_stayOnHttps) {
         fellBack = false;
     } else if (error == QNetworkReply::NoError && reply->url().scheme() == QLatin1String("https")) {
         m_stayOnHttps = true;
+    } else if (reply->property("hueCertificateRefused").toBool()) {
+        LOG_WARNING << "certificate of bridge" << m_bridgeId << "refused; staying on https, no fall-back to http";
+        m_stayOnHttps = true;
+        fellBack = false;
     } else if (m_httpsTried || (error != QNetworkReply::ConnectionRefusedError &&
                                 error != QNetworkReply::RemoteHostClosedError &&
                                 error != QNetworkReply::SslHandshakeFailedError)) {

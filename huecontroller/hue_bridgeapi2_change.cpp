@@ -247,7 +247,7 @@ bool BridgeAPI2::handleOtherReply(QNetworkReply* reply, bool timedOut)
         const QByteArray body = reply->isOpen() ? reply->readAll() : QByteArray();
         if (timedOut || status > 299)
             LOG_ERROR << "request" << reply->url().path() << "failed:" << status << reply->errorString()
-                      << body;
+                      << LogExcerpt(body);
         return true;
     }
     if (timedOut || status > 299 || reply->error() != QNetworkReply::NoError) {
@@ -265,16 +265,16 @@ bool BridgeAPI2::handleOtherReply(QNetworkReply* reply, bool timedOut)
     try {
         document = minijson::CParser::Parse(body.constData(), body.size());
     } catch (const minijson::CException& e) {
-        LOG_ERROR << "geofenceclient reply parse error:" << e.what() << "response data:" << body;
+        LOG_ERROR << "geofenceclient reply parse error:" << e.what() << "response data:" << LogExcerpt(body);
         return true;
     }
     if (!document->IsObject()) {
-        LOG_ERROR << "geofenceclient reply is not an obejct:" << body;
+        LOG_ERROR << "geofenceclient reply is not an obejct:" << LogExcerpt(body);
         return true;
     }
     const minijson::CObject& object = document->Object();
     if (!object.Contains("data")) {
-        LOG_ERROR << "geofenceclient reply is missing data key:" << body;
+        LOG_ERROR << "geofenceclient reply is missing data key:" << LogExcerpt(body);
         return true;
     }
     if (kind == "create")

@@ -50,9 +50,16 @@ void CController::loadLightSpecs()
 
 void CController::loadLightSpec(LightType type, const QString& fileName)
 {
-    auto* device = new CDevice(type, ConstDataDir + QStringLiteral("/hue/") + fileName, this);
+    const QString path = ConstDataDir + QStringLiteral("/hue/") + fileName;
+    // Lights keep a pointer to their type's description, and a hub restart initialises the
+    // controller again while they live: an existing description is read again in place.
+    if (CDevice* loaded = m_devices.value(type)) {
+        loaded->setFileName(path);
+        loaded->load();
+        return;
+    }
+    auto* device = new CDevice(type, path, this);
     device->load();
-    delete m_devices.value(type);
     m_devices.insert(type, device);
 }
 

@@ -165,6 +165,8 @@ private:
     // sources announcing the same bridge cannot register it twice.
 public:
     static constexpr int kIdentifyTimeoutMs = 10000;
+    // "/api/config" is about 1 KB.
+    static constexpr qint64 kMaxIdentifyReplyBytes = 64 * 1024;
 
     struct PendingAdmission
     {

@@ -4,6 +4,7 @@
 #include "hue_controller.h"
 
 #include "hue_bridge.h"
+#include "hue_replylimit.h"
 
 #include "common/configcache.h"
 #include "common/logginginterface.h"
@@ -114,6 +115,7 @@ void CController::identifyBridge(const QByteArray& bridgeId, const QByteArray& a
     reply->setProperty("hueBridgeId", bridgeId);
     reply->setProperty("hueBridgeAddress", address);
     reply->setProperty("hueBridgePort", port);
+    limitReplySize(reply, kMaxIdentifyReplyBytes);
     connect(reply, &QNetworkReply::finished, this, &CController::onIdentifyBridgeFinished);
 }
 
@@ -149,7 +151,7 @@ void CController::identifyFromReply(QNetworkReply* reply)
         return;
     }
     if (!document->IsObject()) {
-        LOG_ERROR << "malformed JSON in api/config reply:" << body;
+        LOG_ERROR << "malformed JSON in api/config reply:" << LogExcerpt(body);
         return;
     }
     const minijson::CObject& config = document->Object();

@@ -4,6 +4,7 @@
 #include "hue_controller.h"
 
 #include "hue_bridge.h"
+#include "hue_light.h"
 
 #include "common/configcache.h"
 #include "common/logginginterface.h"
@@ -50,6 +51,14 @@ void CController::start()
     m_ignoreReachability = ok && isSwitchOn(value);
     if (!m_pendingConfigChanges.isEmpty())
         onCVarApplyTimeout();
+    // After a hub restart the hub may know none of the lights: every light is registered again,
+    // and its values follow when the hub reports the device ready.
+    for (const QPointer<CBridge>& bridge : qAsConst(m_bridges)) {
+        if (!bridge)
+            continue;
+        for (CLight* light : bridge->lights())
+            registerLight(*light);
+    }
 }
 
 void CController::stop()

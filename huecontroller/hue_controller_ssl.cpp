@@ -25,6 +25,9 @@ void CController::sslErrors(QNetworkReply* reply, const QList<QSslError>& errors
         reply->ignoreSslErrors();
         return;
     }
+    // A refused certificate is marked on the reply: the bridge speaks TLS, so its request engine
+    // must not take the failed handshake for a bridge without https and fall back to http.
+    reply->setProperty("hueCertificateRefused", true);
     QSslCertificate selfSigned;
     for (const QSslError& error : errors) {
         if (error.error() == QSslError::SelfSignedCertificate) {
@@ -44,6 +47,7 @@ void CController::sslErrors(QNetworkReply* reply, const QList<QSslError>& errors
         if (!acceptSelfSignedCertificate(bridgeId.toByteArray(), selfSigned))
             return;
     }
+    reply->setProperty("hueCertificateRefused", QVariant());
     reply->ignoreSslErrors(errors);
 }
 

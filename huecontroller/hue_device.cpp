@@ -1,5 +1,7 @@
 #include "hue_device.h"
 
+#include "hue_xmlbounds.h"
+
 #include "common/logginginterface.h"
 
 #include <QDomDocument>
@@ -69,7 +71,15 @@ QByteArray CDevice::xml() const
         LOG_ERROR << "Failed to load device spec file" << m_fileName << file.errorString();
         return QByteArray();
     }
-    return file.readAll();
+    // Read one byte past the limit to tell a file of exactly the limit from a larger one (the
+    // size reported for special files is not to be trusted).
+    QByteArray content = file.read(kMaxFileBytes + 1);
+    if (content.size() > kMaxFileBytes) {
+        LOG_ERROR << "Failed to load device spec file" << m_fileName << "larger than" << kMaxFileBytes
+                  << "bytes";
+        return QByteArray();
+    }
+    return content;
 }
 
 void CDevice::clear()
@@ -85,6 +95,11 @@ void CDevice::clear()
 bool CDevice::parseXML(const QByteArray& xml)
 {
     clear();
+    const XmlShape shape = measureXml(xml, kMaxDepth);
+    if (shape.deeperThan) {
+        LOG_WARNING << "device description nests deeper than" << kMaxDepth << "levels";
+        return false;
+    }
     QDomDocument document;
     QString message;
     int line = 0;

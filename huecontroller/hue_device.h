@@ -26,15 +26,21 @@ class CDevice : public QObject
 {
     Q_OBJECT
 public:
+    // A description file is a few kilobytes and a handful of levels deep; anything much larger
+    // or deeper is not one and is refused before the DOM parser sees it.
+    static constexpr qint64 kMaxFileBytes = 256 * 1024;
+    static constexpr int kMaxDepth = 32;
+
     CDevice(LightType type, const QString& fileName, QObject* parent);
 
     LightType type() const { return m_type; }
     QString fileName() const { return m_fileName; }
+    void setFileName(const QString& fileName) { m_fileName = fileName; }
 
     // Reads and parses the file. A file that cannot be read or parsed leaves the description
     // empty, so that every lookup answers -1; the service keeps running without that kind.
     bool load();
-    // The raw file; empty (and logged) when it cannot be opened.
+    // The raw file; empty (and logged) when it cannot be opened or is larger than kMaxFileBytes.
     QByteArray xml() const;
     // Replaces the maps with those of the given document; false when it is not a description.
     bool parseXML(const QByteArray& xml);

@@ -60,6 +60,9 @@ void EventStreamConnection::start()
         request.setRawHeader("Last-Event-ID", m_lastEventId);
     // No transfer time-out: the stream stays open until the bridge or the network ends it.
     m_reply = m_bridge->networkAccessManager()->get(request);
+    // Qt reads no further from the socket while this much waits unread, so a bridge that sends
+    // faster than the service takes events is held back by TCP instead of filling memory.
+    m_reply->setReadBufferSize(kReadBufferBytes);
     ++m_openCount;
     m_lastData.start();
     connect(m_reply, &QNetworkReply::finished, this, &EventStreamConnection::onReplyFinished);
@@ -68,20 +71,27 @@ void EventStreamConnection::start()
 
 void EventStreamConnection::onReplyReadyRead()
 {
+    m_readScheduled = false;
     if (!m_reply)
         return;
     if (m_bridge->isIgnored()) {
         m_reply->abort(); // reopens through onReplyFinished once the bridge is taken back
         return;
     }
+    // At most one slice per event-loop turn: a flooding stream must leave room for the hub's
+    // calls, the timers and the signals in between. What is left is read on the next turn.
     QByteArray received;
-    for (;;) {
+    while (received.size() < kReadSliceBytes) {
         const QByteArray chunk = m_reply->read(kReadChunkBytes);
         if (chunk.isEmpty())
             break;
         received.append(chunk);
     }
     processBytes(received);
+    if (m_reply && m_reply->bytesAvailable() > 0 && !m_readScheduled) {
+        m_readScheduled = true;
+        QMetaObject::invokeMethod(this, &EventStreamConnection::onReplyReadyRead, Qt::QueuedConnection);
+    }
 }
 
 void EventStreamConnection::processBytes(const QByteArray& bytes)
@@ -105,6 +115,14 @@ void EventStreamConnection::onReplyFinished()
 {
     if (!m_reply)
         return;
+    // What the reply still holds unread (at most its read buffer) belongs to the stream.
+    if (!m_bridge->isIgnored()) {
+        for (QByteArray rest = m_reply->read(kReadSliceBytes); !rest.isEmpty();
+             rest = m_reply ? m_reply->read(kReadSliceBytes) : QByteArray())
+            processBytes(rest);
+        if (!m_reply)
+            return;
+    }
     QNetworkReply* reply = m_reply;
     m_reply = nullptr;
     disconnect(reply, nullptr, this, nullptr);

@@ -27,6 +27,9 @@ public:
     static constexpr int kDefaultRestartDelayMs = 3000;
     static constexpr qint64 kSilenceLimitMs = 180000;
     static constexpr qint64 kReadChunkBytes = 4096;
+    // Taken from the reply per event-loop turn, and held unread in Qt's buffer at most.
+    static constexpr int kReadSliceBytes = 64 * 1024;
+    static constexpr qint64 kReadBufferBytes = 256 * 1024;
 
     explicit EventStreamConnection(CBridge* bridge, QObject* parent = nullptr);
     ~EventStreamConnection() override;
@@ -67,6 +70,7 @@ private:
     ElapsedTimer m_lastData;
     QTimer m_openTimer;
     int m_openCount = 0;
+    bool m_readScheduled = false; // a queued onReplyReadyRead for what is still unread
 };
 
 } // namespace hue

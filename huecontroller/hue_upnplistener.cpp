@@ -3,11 +3,12 @@
 #include "hue_upnplistener.h"
 
 #include "hue_controller.h"
+#include "hue_replylimit.h"
+#include "hue_upnpdescription.h"
 
 #include "common/logginginterface.h"
 #include "common/messaging/socketinterface.h"
 
-#include <QDomDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -187,6 +188,7 @@ void CUpnpListener::queryBridge(const QByteArray& id, Device& device)
     }
     QNetworkReply* reply = m_nam->get(QNetworkRequest(device.location));
     reply->setProperty("HUE_BRIDGE_ID", id);
+    limitReplySize(reply, UpnpDescription::kMaxBytes);
     device.reply = reply;
     connect(reply, &QNetworkReply::finished, this, &CUpnpListener::onDescriptionRequestFinished);
     m_queryTimer.start();
@@ -222,6 +224,11 @@ void CUpnpListener::onDescriptionRequestFinished()
     Device& device = *it;
     device.reply = nullptr;
 
+    if (replyWasTooLarge(reply)) {
+        LOG_WARNING << "description XML from device larger than" << UpnpDescription::kMaxBytes << "bytes" << id;
+        countFailure(id, device);
+        return;
+    }
     if (reply->error() == QNetworkReply::OperationCanceledError) {
         LOG_WARNING << "description query was aborted" << id;
         countFailure(id, device);
@@ -232,24 +239,29 @@ void CUpnpListener::onDescriptionRequestFinished()
         countFailure(id, device);
         return;
     }
-    QDomDocument document;
-    QString message;
-    int line = 0;
-    int column = 0;
-    if (!document.setContent(reply->readAll(), &message, &line, &column)) {
+    const UpnpDescription description = UpnpDescription::parse(reply->readAll());
+    switch (description.result) {
+    case UpnpDescription::Ok:
+        break;
+    case UpnpDescription::ParseError:
         LOG_WARNING << "Parse error in description XML from device"
-                    << "line" << line << "column" << column << message << id;
+                    << "line" << description.line << "column" << description.column << description.message << id;
+        countFailure(id, device);
+        return;
+    case UpnpDescription::TooDeep:
+        LOG_WARNING << "description XML from device nests deeper than" << UpnpDescription::kMaxDepth
+                    << "levels" << id;
+        countFailure(id, device);
+        return;
+    case UpnpDescription::HasDoctype:
+        LOG_WARNING << "description XML from device has a document type declaration, refused" << id;
         countFailure(id, device);
         return;
     }
 
-    const QString model = document.documentElement()
-                              .firstChildElement(QStringLiteral("device"))
-                              .firstChildElement(QStringLiteral("modelName"))
-                              .text();
     device.state = DeviceSettled;
-    if (!model.contains(QLatin1String("philips hue bridge"), Qt::CaseInsensitive)) {
-        LOG_INFO << "model does not look like a bridge:" << model << id;
+    if (!description.looksLikeHueBridge()) {
+        LOG_INFO << "model does not look like a bridge:" << description.modelName << id;
         return;
     }
     const QByteArray host = device.location.host().toUtf8();

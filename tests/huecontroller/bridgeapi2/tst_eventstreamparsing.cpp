@@ -66,6 +66,45 @@ private slots:
         QCOMPARE(log.lines().size(), 0); // comments are skipped silently
     }
 
+    // An oversized message is dropped alone, whatever the chunking: the messages around it stay,
+    // and nothing beyond the bound is ever held, also for an endless line.
+    void oversizedMessagesAreDroppedAlone_data()
+    {
+        QTest::addColumn<int>("chunk");
+        QTest::addRow("one chunk") << 0;
+        QTest::addRow("4096-byte chunks") << 4096;
+        QTest::addRow("odd chunks") << 65521;
+    }
+
+    void oversizedMessagesAreDroppedAlone()
+    {
+        QFETCH(int, chunk);
+        const int limit = EventStreamFramer::kMaxMessageBytes;
+        const QByteArray stream = "id: 1\r\ndata: [1]\r\n\r\ndata: " + QByteArray(limit, 'x') +
+                                  "\n\nid: 3\ndata: [3]\n\n";
+        LogCapture log;
+        EventStreamFramer framer;
+        QList<QByteArray> data;
+        for (int pos = 0; pos < stream.size(); pos += chunk > 0 ? chunk : stream.size()) {
+            for (const QByteArray& text : framer.feed(stream.mid(pos, chunk > 0 ? chunk : -1)))
+                data.append(EventStreamFramer::parseMessage(text).data);
+            QVERIFY(framer.pending().size() <= limit);
+        }
+        QCOMPARE(data, (QList<QByteArray>{"[1]", "[3]"}));
+        QCOMPARE(framer.droppedMessages(), 1);
+        QCOMPARE(log.count("event stream message too large"), 1);
+
+        // 48 MiB without a line end, then the stream goes on.
+        const QByteArray filler(chunk > 0 ? chunk : 1 << 20, 'y');
+        for (qint64 sent = 0; sent < 48 << 20; sent += filler.size())
+            QVERIFY(framer.feed(filler).isEmpty() && framer.pending().size() <= limit);
+        QCOMPARE(framer.pending().size(), 0);
+        const QList<QByteArray> after = framer.feed("\n\nid: 9\ndata: [9]\n\n");
+        QCOMPARE(after.size(), 1);
+        QCOMPARE(EventStreamFramer::parseMessage(after.first()).data, QByteArray("[9]"));
+        QCOMPARE(framer.droppedMessages(), 2);
+    }
+
     void messageFields_data()
     {
         QTest::addColumn<QByteArray>("message");

@@ -50,6 +50,7 @@ private slots:
     void deviceEvents();
     void refusals_data();
     void refusals();
+    void hubRestart();
 
 private:
     CommunicationService* hub() const { return m_hub->communication(); }
@@ -404,6 +405,29 @@ void TestDatapoints::refusals()
                                   row[2].isEmpty() ? "dimTimerFired" : "timeout");
     QCOMPARE(m_adaptor->datapointCache().value(output) == "42", row[1] == "send" && row[3].isEmpty());
     QVERIFY2(row[3].isEmpty() || log.contains(row[3].toUtf8()), qPrintable(row[3]));
+}
+
+// The hub restarts: its supervisor sends the stages 0, 3 and 1 again, to a service whose lights
+// live on. The descriptions they point to stay valid, every light is registered with the new
+// hub with its values, and writes and wall-switch changes work as before.
+void TestDatapoints::hubRestart()
+{
+    QVERIFY(wall("1", "on=1,bri=203"));
+    m_hub.reset();
+    m_hub = std::make_unique<HubSimulator>(HubSimOptions{m_dir.path()});
+    QVERIFY(m_hub->start());
+    LogCapture log;
+    for (int stage : {0, 3, 1})
+        m_adaptor->run(stage);
+    QCOMPARE(m_adaptor->currentStage(), 1);
+    QTRY_COMPARE(hub()->registry().devices().size(), 4);
+    QTRY_COMPARE(hubValue('1', "Brightness status"), QStringLiteral("80"));
+    QCOMPARE(m_bridge->userNameState(), CBridge::USERNAME_REGISTERED);
+    QCOMPARE(write("Switch", "0"), 0);
+    QTRY_COMPARE(bodies(), QList<QByteArray>{R"({"on":false})"});
+    QVERIFY(wall("2", "ct=454"));
+    QTRY_COMPARE(hubValue('2', "Colour temperature status"), QStringLiteral("0"));
+    QCOMPARE(log.count("received same run stage twice"), 0);
 }
 
 QTEST_MAIN(TestDatapoints)

@@ -4,7 +4,9 @@
 
 #include "common/logginginterface.h"
 
+#include <QFile>
 #include <QSet>
+#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace hue;
@@ -107,6 +109,18 @@ private slots:
         QCOMPARE(device.inputDatapointIndex(IDP_SWITCH_ON_OFF), -1);
         QVERIFY(!device.parseXML("<device><channels/></device>"));
         QVERIFY(!device.parseXML("<device"));
+
+        // Too deep for the DOM parser's recursion, or too large to be a description.
+        m_log.clear();
+        QVERIFY(!device.parseXML(QByteArray("<a>").repeated(30000) + QByteArray("</a>").repeated(30000)));
+        QVERIFY(m_log.join('\n').contains("device description nests deeper than 32 levels"));
+        QTemporaryDir dir;
+        QFile large(dir.filePath(QStringLiteral("large.xml")));
+        QVERIFY(large.open(QIODevice::WriteOnly) && large.write(QByteArray(CDevice::kMaxFileBytes + 1, ' ')));
+        large.close();
+        CDevice oversized(LightOnOff, large.fileName(), nullptr);
+        QVERIFY(oversized.xml().isEmpty());
+        QVERIFY(m_log.join('\n').contains("larger than 262144 bytes"));
     }
 
     void capabilities_data()

@@ -127,6 +127,14 @@ private slots:
                                  << QByteArray("Parse error in description XML from device line 1 column");
         QTest::addRow("server error")
             << QByteArray() << 0 << false << QByteArray("description query failed:");
+        // Hostile documents are refused before the DOM parser, which would overflow the stack.
+        QTest::addRow("5000 levels deep")
+            << QByteArray("<a>").repeated(5000) + QByteArray("</a>").repeated(5000) << 0 << false
+            << QByteArray("description XML from device nests deeper than 16 levels");
+        QTest::addRow("document type") << "<!DOCTYPE r [<!ENTITY e \"x\">]>" + model("&e;</modelName></device></root>")
+                                       << 0 << false << QByteArray("has a document type declaration, refused");
+        QTest::addRow("too large") << model("Philips hue bridge</modelName></device>") + QByteArray(70000, ' ') + "</root>"
+                                   << 0 << false << QByteArray("description XML from device larger than 65536 bytes");
     }
     void description()
     {

@@ -313,6 +313,35 @@ private slots:
         QVERIFY(!fetch(second, QByteArray("001788fffe00aa01")));
         QCOMPARE(controller.bridgeState("001788fffe00aa01"), BridgeStateError);
     }
+
+    // A bridge whose certificate names another bridge speaks TLS: the refused handshake must not
+    // send the bridge's requests (and its key) to plain http on the same address.
+    void refusedCertificateNeverFallsBackToHttp()
+    {
+        CController controller;
+        bridgeemu::EmulatorConfig config;
+        config.identity.bridgeId = "001788fffe00bb02"; // its certificate's common name
+        config.sharedPort = 0;                         // https and http on one port, as a bridge has
+        bridgeemu::BridgeEmulator emulator(config);
+        QVERIFY(emulator.start());
+        const QByteArray claimed = "001788fffe00cc03";
+        set("hueBridgeUserNames/" + claimed, QString::fromStdString(emulator.addUser()));
+        set("hueBridges/" + claimed, "paired");
+        LogCapture log;
+        QVERIFY(controller.registerBridge(claimed, "127.0.0.1", emulator.sharedPort(), "B"));
+        auto plainRequests = [&] {
+            int count = 0;
+            for (const auto& request : emulator.requests())
+                count += request.scheme == "http";
+            return count;
+        };
+        QVERIFY(QTest::qWaitFor(
+            [&] { return log.contains("refused; staying on https, no fall-back to http") || plainRequests(); },
+            5000));
+        QTest::qWait(300); // a fall-back would go out at once
+        QCOMPARE(plainRequests(), 0);
+        QVERIFY(controller.bridgeCertDigest(claimed).isEmpty());
+    }
 };
 
 QTEST_MAIN(TestBridgeRegistry)
