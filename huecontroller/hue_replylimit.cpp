@@ -9,6 +9,21 @@ namespace hue {
 namespace {
 const char kLimitProperty[] = "hueReplyLimit";
 const char kTooLargeProperty[] = "hueReplyTooLarge";
+
+void abortIfTooLarge(QNetworkReply* reply)
+{
+    const qint64 limit = reply->property(kLimitProperty).toLongLong();
+    const qint64 announced = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+    const qint64 received = reply->bytesAvailable();
+    if ((received <= limit && announced <= limit) || reply->property(kTooLargeProperty).toBool() ||
+        reply->isFinished())
+        return;
+    reply->setProperty(kTooLargeProperty, true);
+    LOG_WARNING << "reply from" << reply->url().host() << reply->url().path() << "larger than" << limit
+                << "bytes, aborted after" << received << "bytes";
+    reply->abort();
+}
+
 } // namespace
 
 void limitReplySize(QNetworkReply* reply, qint64 maxBytes)
@@ -17,16 +32,10 @@ void limitReplySize(QNetworkReply* reply, qint64 maxBytes)
     reply->setProperty(kLimitProperty, maxBytes);
     if (connected)
         return;
-    QObject::connect(reply, &QNetworkReply::downloadProgress, reply, [reply](qint64 received, qint64 total) {
-        const qint64 limit = reply->property(kLimitProperty).toLongLong();
-        if ((received <= limit && total <= limit) || reply->property(kTooLargeProperty).toBool() ||
-            reply->isFinished())
-            return;
-        reply->setProperty(kTooLargeProperty, true);
-        LOG_WARNING << "reply from" << reply->url().host() << reply->url().path() << "larger than" << limit
-                    << "bytes, aborted after" << received << "bytes";
-        reply->abort();
-    });
+    // Qt throttles downloadProgress; readyRead comes with every piece of the body, and the
+    // headers tell the announced length before any of it.
+    QObject::connect(reply, &QNetworkReply::metaDataChanged, reply, [reply] { abortIfTooLarge(reply); });
+    QObject::connect(reply, &QNetworkReply::readyRead, reply, [reply] { abortIfTooLarge(reply); });
 }
 
 bool replyWasTooLarge(const QNetworkReply* reply)

@@ -183,6 +183,35 @@ private slots:
         QCOMPARE(bridge->activeReplyCount(), 0);
     }
 
+    // A broken reply is logged as a short excerpt with its length, never whole; a reply past the
+    // size limit is aborted as it arrives. Either way the next poll works.
+    void hostileReplyBodies_data()
+    {
+        QTest::addColumn<qint64>("bytes");
+        QTest::addColumn<QByteArray>("logged");
+        QTest::addRow("1 MiB, not JSON") << qint64(1 << 20) << QByteArray("... (1048576 bytes)");
+        QTest::addRow("past the limit") << CBridge::kMaxReplyBytes + 1
+                                        << QByteArray("larger than 4194304 bytes, aborted");
+    }
+    void hostileReplyBodies()
+    {
+        QFETCH(qint64, bytes);
+        QFETCH(QByteArray, logged);
+        EmulatedBridge env;
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge);
+        env.emulator().oversize(std::size_t(bytes), 1, "/api/" + bridge->userName().toStdString() + "/lights");
+        LogCapture log;
+        Clock::advance(600);
+        bridge->pollNextItem();
+        QTRY_VERIFY(!bridge->currentPollReply());
+        QVERIFY2(log.contains(logged), log.lines().join('\n').left(2000).constData());
+        for (const QByteArray& line : log.lines())
+            QVERIFY2(line.size() < 1000, line.left(300).constData());
+        QVERIFY(EmulatedBridge::pollOnce(*bridge));
+        QVERIFY(!log.lines().isEmpty());
+    }
+
     void destructionAbortsOutstandingReplies()
     {
         EmulatedBridge env;
