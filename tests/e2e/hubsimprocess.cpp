@@ -12,9 +12,12 @@ HubSimProcess::HubSimProcess(const QString& dir)
 
 bool HubSimProcess::start()
 {
+    // The log is appended across restarts: wait for a line this run writes.
+    const QRegularExpression serving("hubsim serves \\d+ services");
+    const int before = m_process.errorLines(serving).size();
     return m_process.start(QStringLiteral(HUBSIM_EXECUTABLE),
                            {"--socket-dir", m_socketDir, "--supervise", "--db", m_dir + "/hubsim.sqlite"}) &&
-           m_process.waitForErrorLine(QRegularExpression("hubsim serves \\d+ services"));
+           waitFor([&] { return m_process.errorLines(serving).size() > before; });
 }
 
 HubctlAnswer HubSimProcess::hubctl(const QStringList& arguments) const

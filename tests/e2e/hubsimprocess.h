@@ -27,7 +27,8 @@ public:
     explicit HubSimProcess(const QString& dir);
 
     QString socketDir() const { return m_socketDir; }
-    // Starts hubsim with --supervise and waits until its services listen.
+    // Starts hubsim with --supervise and waits until its services listen; again after an end,
+    // on the same socket directory and database.
     bool start();
     bool interrupt() { return m_process.interrupt(); }
     ManagedProcess& process() { return m_process; }

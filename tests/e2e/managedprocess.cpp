@@ -118,6 +118,13 @@ bool ManagedProcess::interrupt(int timeoutMs)
     return waitForExit(timeoutMs);
 }
 
+bool ManagedProcess::killHard(int timeoutMs)
+{
+    if (isRunning())
+        ::kill(pid_t(m_process.processId()), SIGKILL);
+    return !isRunning() || m_process.waitForFinished(timeoutMs);
+}
+
 bool ManagedProcess::waitForExit(int timeoutMs)
 {
     if (isRunning() && !m_process.waitForFinished(timeoutMs)) {

@@ -49,6 +49,9 @@ public:
 
     // Sends SIGINT and waits for the end: true for a normal exit with status 0.
     bool interrupt(int timeoutMs = kStopMs);
+    // Sends SIGKILL and waits for the end, as a crash or an out-of-memory kill would end it:
+    // true once it has ended.
+    bool killHard(int timeoutMs = kStopMs);
     // Waits for an end that something else caused (exit status as for interrupt()).
     bool waitForExit(int timeoutMs = kWaitMs);
     int exitCode() const { return m_process.exitCode(); }
