@@ -153,7 +153,7 @@ QList<Row> streamFlooded(Rig& rig)
     rig.finish(endless, faultEnd);
     endless.notes << QStringLiteral("%1 MiB without a line break").arg(bytes / (1024 * 1024));
     if (!poll([&] { return streamOpens(rig) > 0; }, 15000))
-        endless.notes << "stream not reopened after the endless line";
+        endless.notes << "stream not reopened within 15 s (news only by polling until the silence limit)";
     checkRssReturns(rig, endless, peak);
     rows << endless;
     return rows;
