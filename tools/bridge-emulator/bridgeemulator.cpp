@@ -112,8 +112,8 @@ struct BridgeEmulator::Impl
 
     Impl(BridgeEmulator& owner, EmulatorConfig configIn)
         : config(std::move(configIn)), model(config.identity, config.clock, config.linkButtonWindow),
-          log(config.requestLogLimit),
-          router(owner, modelMutex, model, log, faults, http.port, events, [this] { noteChange(); })
+          log(config.requestLogLimit), rateLimiter(config.clock),
+          router(owner, modelMutex, model, log, faults, rateLimiter, http.port, events, [this] { noteChange(); })
     {
     }
 
@@ -142,6 +142,7 @@ struct BridgeEmulator::Impl
 
     RequestLog log;
     FaultRules faults;
+    RateLimiter rateLimiter;
     TaskScheduler scheduler;
 
     EventStreamHub events;
@@ -369,6 +370,8 @@ BridgeEmulator::BridgeEmulator(EmulatorConfig config)
         applyState(*stored, d->model);
     }
     d->resourceEvents.reset(v2::renderResources(d->model));
+    if (d->config.rateLimit && !setRateLimit(*d->config.rateLimit) && d->identityError.empty())
+        validRateLimit(*d->config.rateLimit, &d->identityError);
 }
 
 BridgeEmulator::~BridgeEmulator()
@@ -576,6 +579,7 @@ std::vector<WhitelistEntry> BridgeEmulator::users() const
 
 void BridgeEmulator::setClock(Clock clock)
 {
+    d->rateLimiter.setClock(clock);
     std::lock_guard<std::mutex> lock(d->modelMutex);
     d->model.pairing.setClock(std::move(clock));
 }
@@ -690,6 +694,34 @@ void BridgeEmulator::throttle(int httpStatus, int count, const std::string& path
 void BridgeEmulator::clearThrottles()
 {
     d->faults.clearThrottles();
+}
+
+bool BridgeEmulator::setRateLimit(const RateLimit& limit)
+{
+    if (!validRateLimit(limit, nullptr))
+        return false;
+    d->rateLimiter.set(limit);
+    return true;
+}
+
+void BridgeEmulator::clearRateLimit()
+{
+    d->rateLimiter.clear();
+}
+
+std::optional<RateLimit> BridgeEmulator::rateLimit() const
+{
+    return d->rateLimiter.limit();
+}
+
+RateLimitCounters BridgeEmulator::rateLimitCounters() const
+{
+    return d->rateLimiter.counters();
+}
+
+std::optional<double> BridgeEmulator::rateLimitTokens(RateClass rateClass) const
+{
+    return d->rateLimiter.tokens(rateClass);
 }
 
 void BridgeEmulator::stall(int count, std::chrono::milliseconds duration, const std::string& pathPrefix,

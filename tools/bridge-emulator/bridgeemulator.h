@@ -7,6 +7,7 @@
 #include "lightset.h"
 #include "lightstore.h"
 #include "pairing.h"
+#include "ratelimit.h"
 #include "requestlog.h"
 #include "upnpdescription.h"
 
@@ -60,6 +61,10 @@ struct EmulatorConfig
     // The certificate's common name; empty: the bridge id. Another name makes a bridge whose
     // certificate names another bridge.
     std::string certificateCommonName;
+
+    // Light and group changes over these rates are refused (429 or 503), as real bridges refuse
+    // more than about ten light and one group command a second. Nothing: no limit.
+    std::optional<RateLimit> rateLimit;
 
     std::size_t requestLogLimit = 10000;
     std::size_t maxBodyBytes = 1024 * 1024; // larger bodies are answered with 413
@@ -151,6 +156,16 @@ public:
     void throttle(int httpStatus, int count, const std::string& pathPrefix = {},
                   const std::string& method = {});
     void clearThrottles();
+    // Token buckets for light changes and group changes (ratelimit.h), read through the clock
+    // (setClock); setting a limit fills the buckets and starts the counters from zero. False for
+    // a limit out of range (a rate not above 0, a burst below 1, a status not 429 or 503).
+    bool setRateLimit(const RateLimit& limit);
+    // No more limit; the counters keep their values until the next setRateLimit().
+    void clearRateLimit();
+    std::optional<RateLimit> rateLimit() const;
+    RateLimitCounters rateLimitCounters() const;
+    // The tokens in a class's bucket now; nothing while that class is unlimited.
+    std::optional<double> rateLimitTokens(RateClass rateClass) const;
     // Holds matching requests for `duration` before answering them.
     void stall(int count, std::chrono::milliseconds duration, const std::string& pathPrefix = {},
                const std::string& method = {});

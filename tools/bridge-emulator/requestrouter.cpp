@@ -4,6 +4,7 @@
 #include "controlapi.h"
 #include "eventstream.h"
 #include "faultrules.h"
+#include "ratelimit.h"
 #include "requestlog.h"
 #include "upnpdescription.h"
 #include "v1api.h"
@@ -15,10 +16,11 @@
 namespace bridgeemu {
 
 RequestRouter::RequestRouter(BridgeEmulator& emulator, std::mutex& modelMutex, BridgeModel& model,
-                             RequestLog& log, FaultRules& faults, const std::atomic<int>& httpPort,
+                             RequestLog& log, FaultRules& faults, RateLimiter& rateLimiter,
+                             const std::atomic<int>& httpPort,
                              EventStreamHub& events, std::function<void()> noteChange)
     : m_emulator(emulator), m_modelMutex(modelMutex), m_model(model), m_log(log), m_faults(faults),
-      m_httpPort(httpPort), m_events(events), m_noteChange(std::move(noteChange)),
+      m_rateLimiter(rateLimiter), m_httpPort(httpPort), m_events(events), m_noteChange(std::move(noteChange)),
       m_startedAt(std::chrono::steady_clock::now())
 {
 }
@@ -52,6 +54,8 @@ HttpResponse RequestRouter::route(const HttpRequest& request)
         response = HttpResponse::json(errors, *throttledWith);
         if (*throttledWith == 503)
             response.headers.emplace_back("Retry-After", "1");
+    } else if (const auto refusal = rateRefusal(request)) {
+        response = *refusal;
     } else if (const auto oversize = m_faults.takeOversize(request.method, request.path)) {
         // An array that never closes: "[0,0,0,...", exactly the size asked for.
         const std::size_t pairs = oversize->bytes > 1 ? (oversize->bytes - 1) / 2 : 0;
@@ -65,6 +69,29 @@ HttpResponse RequestRouter::route(const HttpRequest& request)
             m_noteChange();
     }
     m_log.setStatus(sequence, response.status);
+    return response;
+}
+
+std::optional<HttpResponse> RequestRouter::rateRefusal(const HttpRequest& request)
+{
+    const auto rateClass = rateClassOf(request.method, request.path);
+    if (!rateClass)
+        return std::nullopt;
+    const auto refusal = m_rateLimiter.admit(*rateClass);
+    if (!refusal)
+        return std::nullopt;
+    // Each API answers an overload in its own error form; the status is what a client acts on.
+    const std::string description = "Internal error, " + std::to_string(refusal->status);
+    HttpResponse response;
+    if (startsWith(request.path, "/clip/")) {
+        response = v2::errorResponse(refusal->status, {description});
+    } else {
+        minijson::CArray errors;
+        v1::addInternalError(errors, request.path, refusal->status);
+        response = HttpResponse::json(errors, refusal->status);
+    }
+    if (refusal->retryAfterSeconds > 0)
+        response.headers.emplace_back("Retry-After", std::to_string(refusal->retryAfterSeconds));
     return response;
 }
 

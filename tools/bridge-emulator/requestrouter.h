@@ -6,24 +6,26 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
+#include <optional>
 
 namespace bridgeemu {
 
 class BridgeEmulator;
 class EventStreamHub;
 class FaultRules;
+class RateLimiter;
 class RequestLog;
 struct BridgeModel;
 
 // Decides who answers a request that reaches the bridge's ports: the control API (never
-// recorded or disturbed), else a fault rule (stall, throttle), else one of the bridge's own
+// recorded or disturbed), else a fault rule (stall, throttle), the rate limit, else one of the bridge's own
 // APIs by path: version 1 under /api, CLIP v2 under /clip/v2 and its event stream. Every request
 // that may have changed something is reported, so that the event stream can tell.
 class RequestRouter
 {
 public:
     RequestRouter(BridgeEmulator& emulator, std::mutex& modelMutex, BridgeModel& model, RequestLog& log,
-                  FaultRules& faults, const std::atomic<int>& httpPort, EventStreamHub& events,
+                  FaultRules& faults, RateLimiter& rateLimiter, const std::atomic<int>& httpPort, EventStreamHub& events,
                   std::function<void()> noteChange);
 
     HttpResponse route(const HttpRequest& request);
@@ -36,6 +38,8 @@ public:
 
 private:
     HttpResponse answerFromBridge(const HttpRequest& request);
+    // The refusal of a change over the rate limit, or nothing when it may go ahead.
+    std::optional<HttpResponse> rateRefusal(const HttpRequest& request);
     std::chrono::milliseconds sinceStart() const;
 
     BridgeEmulator& m_emulator;
@@ -43,6 +47,7 @@ private:
     BridgeModel& m_model;
     RequestLog& m_log;
     FaultRules& m_faults;
+    RateLimiter& m_rateLimiter;
     const std::atomic<int>& m_httpPort;
     EventStreamHub& m_events;
     std::function<void()> m_noteChange;
