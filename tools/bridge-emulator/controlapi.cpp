@@ -257,6 +257,76 @@ std::optional<std::uint64_t> readCount(const CObject& body, const char* key, std
     return static_cast<std::uint64_t>(number);
 }
 
+// {"rate":R,"burst":B} of one class of the rate limit; burst 1 when left out.
+bool readRateBucket(const CObject& body, const char* key, std::optional<RateBucket>& bucket)
+{
+    const CEntity* value = body.Find(key);
+    if (!value)
+        return true;
+    if (!value->IsObject())
+        return false;
+    const CObject& object = value->Object();
+    const CEntity* rate = object.Find("rate");
+    if (!rate || !rate->IsNumber())
+        return false;
+    const auto burst = object.Contains("burst") ? readCount(object, "burst") : std::optional<std::uint64_t>(1);
+    if (!burst || *burst > 1000000)
+        return false;
+    bucket = RateBucket{rate->Number().ValueDouble(), static_cast<int>(*burst)};
+    return true;
+}
+
+void renderRateClass(CObject& object, const std::optional<RateBucket>& bucket, const RateClassCounters& counters,
+                     const std::optional<double>& tokens)
+{
+    if (bucket) {
+        object.SetDouble("rate", bucket->rate);
+        object.SetInt("burst", bucket->burst);
+    }
+    if (tokens)
+        object.SetDouble("tokens", *tokens);
+    object.AddNumber("accepted").SetText(std::to_string(counters.accepted));
+    object.AddNumber("refused").SetText(std::to_string(counters.refused));
+}
+
+HttpResponse handleRateLimit(BridgeEmulator& emulator, const HttpRequest& request, const CObject& body)
+{
+    if (request.method == "DELETE") {
+        emulator.clearRateLimit();
+        return ok();
+    }
+    if (request.method == "GET") {
+        const auto limit = emulator.rateLimit();
+        const RateLimitCounters counters = emulator.rateLimitCounters();
+        auto result = std::make_unique<CObject>();
+        result->SetBoolean("active", limit.has_value());
+        if (limit) {
+            result->SetInt("status", limit->status);
+            result->SetInt("retry_after", limit->retryAfterSeconds);
+        }
+        renderRateClass(result->AddObject("lights"), limit ? limit->lights : std::nullopt, counters.lights,
+                        emulator.rateLimitTokens(RateClass::Lights));
+        renderRateClass(result->AddObject("groups"), limit ? limit->groups : std::nullopt, counters.groups,
+                        emulator.rateLimitTokens(RateClass::Groups));
+        return ok(std::move(result));
+    }
+    RateLimit limit;
+    const auto retryAfter =
+        body.Contains("retry_after") ? readCount(body, "retry_after", 0) : std::optional<std::uint64_t>(0);
+    const CEntity* status = body.Find("status");
+    if (status && !status->IsNumber())
+        return failure(400, "\"status\" must be 429 or 503");
+    limit.status = status ? status->Number().ValueInt() : 429;
+    limit.retryAfterSeconds = retryAfter && *retryAfter <= 86400 ? static_cast<int>(*retryAfter) : -1;
+    if (!readRateBucket(body, "lights", limit.lights) || !readRateBucket(body, "groups", limit.groups))
+        return failure(400, "\"lights\" and \"groups\" are {\"rate\":R,\"burst\":B}, R above 0, B 1 or more");
+    std::string error;
+    if (!validRateLimit(limit, &error))
+        return failure(400, error);
+    emulator.setRateLimit(limit);
+    return ok();
+}
+
 HttpResponse handleFlood(BridgeEmulator& emulator, const HttpRequest& request, const CObject& body)
 {
     if (request.method == "DELETE") {
@@ -437,6 +507,8 @@ HttpResponse handleControlRequest(BridgeEmulator& emulator, const HttpRequest& r
         return handleFaults(emulator, request, what, body);
     if (what == "description" && rest.size() == 1 && method == "PUT")
         return handleDescription(emulator, body);
+    if (what == "ratelimit" && rest.size() == 1 && (method == "PUT" || method == "GET" || method == "DELETE"))
+        return handleRateLimit(emulator, request, body);
     if (what == "oversize" && rest.size() == 1 && (method == "PUT" || method == "DELETE"))
         return handleOversize(emulator, request, body);
     if (what == "refuse" && rest.size() == 1 && method == "POST") {

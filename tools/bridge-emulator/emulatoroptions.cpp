@@ -47,6 +47,7 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
     bool swVersionGiven = false;
     int logLimit = 10000;
     std::string lights;
+    std::string rateLimit;
     // Options that take a value, as "--name VALUE" or "--name=VALUE".
     const std::map<std::string, std::function<bool(const std::string&)>> valued = {
         {"--https-port", port(config.httpsPort)},
@@ -75,6 +76,7 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
         {"--lights", text(lights)},
         {"--link-window",
          [&](const std::string& value) { return parseInt(value, -1, 86400000, linkWindow); }},
+        {"--rate-limit", text(rateLimit)},
         {"--request-log", [&](const std::string& value) { return parseInt(value, 1, 10000000, logLimit); }},
     };
     for (std::size_t i = 0; i < arguments.size(); ++i) {
@@ -122,6 +124,12 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
         if (!specs)
             return fail("--lights: " + lightError);
         config.lights = *specs;
+    }
+    if (!rateLimit.empty()) {
+        std::string rateError;
+        config.rateLimit = parseRateLimit(rateLimit, &rateError);
+        if (!config.rateLimit)
+            return fail("--rate-limit: " + rateError);
     }
     // A bridge without CLIP v2 runs a firmware older than the first one that has it.
     config.clipV2 = api == "v2";
@@ -182,6 +190,14 @@ Options:
   --no-groups           no default groups (otherwise two rooms and a light group of colour lights)
   --auto-link[=MS]      press the link button at start, or MS milliseconds after it
   --link-window MS      how long a press lasts (default 30000; -1: for ever)
+  --rate-limit LIGHTS[/GROUPS][:STATUS[:RETRYAFTER]]
+                        refuse light changes (PUT lights/<id>/state, v2 light/<id>) and group
+                        changes (PUT groups/<id>/action, v2 grouped_light/<id>) beyond a rate,
+                        as real bridges do (about 10/1:429); each of LIGHTS and GROUPS is
+                        RATE[,BURST] (requests a second, a decimal above 0; the bucket's size,
+                        default 1) or - for unlimited; GROUPS left out: unlimited; STATUS 429
+                        (default) or 503; RETRYAFTER seconds sent as Retry-After (default 0:
+                        none). E.g. 10/1, 10,5/1:503:2, -/1
   --request-log N       requests kept in the record (default 10000)
   -v, --verbose         one line per request on standard error
   -h, --help            this text
@@ -243,10 +259,18 @@ Control API (JSON bodies; answers {"ok":true,...} or {"error":...}):
                                     requests under prefix with 200 and N bytes of application/json
                                     that is not JSON ("chunked":true: sent chunked)
   DELETE /emulator/oversize         drop those rules
+  PUT    /emulator/ratelimit        {"lights":{"rate":10,"burst":1},"groups":{"rate":1,"burst":1},
+                                    "status":429,"retry_after":0}: token buckets for light and
+                                    group changes (a class left out: unlimited; burst default 1;
+                                    retry_after 0: no Retry-After header); refills the buckets and
+                                    starts the counters from zero
+  GET    /emulator/ratelimit        {"active","status","retry_after","lights":{"rate","burst",
+                                    "tokens","accepted","refused"},"groups":{...}}
+  DELETE /emulator/ratelimit        no more limit (the counters stay readable)
   GET    /emulator/requests         every request to the bridge: method, path, scheme, port,
                                     headers, body, time, status
   DELETE /emulator/requests         clear that record
-Requests to /emulator/ are neither recorded, throttled nor stalled.
+Requests to /emulator/ are neither recorded, throttled, rate-limited nor stalled.
 )";
 }
 
