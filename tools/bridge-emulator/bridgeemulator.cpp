@@ -113,7 +113,8 @@ struct BridgeEmulator::Impl
     Impl(BridgeEmulator& owner, EmulatorConfig configIn)
         : config(std::move(configIn)), model(config.identity, config.clock, config.linkButtonWindow),
           log(config.requestLogLimit), rateLimiter(config.clock),
-          router(owner, modelMutex, model, log, faults, rateLimiter, http.port, events, [this] { noteChange(); })
+          router(owner, modelMutex, model, log, faults, rateLimiter, http.port, events,
+                 [this] { noteChange(); })
     {
     }
 

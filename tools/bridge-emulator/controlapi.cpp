@@ -269,15 +269,16 @@ bool readRateBucket(const CObject& body, const char* key, std::optional<RateBuck
     const CEntity* rate = object.Find("rate");
     if (!rate || !rate->IsNumber())
         return false;
-    const auto burst = object.Contains("burst") ? readCount(object, "burst") : std::optional<std::uint64_t>(1);
+    const auto burst =
+        object.Contains("burst") ? readCount(object, "burst") : std::optional<std::uint64_t>(1);
     if (!burst || *burst > 1000000)
         return false;
     bucket = RateBucket{rate->Number().ValueDouble(), static_cast<int>(*burst)};
     return true;
 }
 
-void renderRateClass(CObject& object, const std::optional<RateBucket>& bucket, const RateClassCounters& counters,
-                     const std::optional<double>& tokens)
+void renderRateClass(CObject& object, const std::optional<RateBucket>& bucket,
+                     const RateClassCounters& counters, const std::optional<double>& tokens)
 {
     if (bucket) {
         object.SetDouble("rate", bucket->rate);

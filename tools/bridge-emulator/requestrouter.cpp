@@ -17,8 +17,8 @@ namespace bridgeemu {
 
 RequestRouter::RequestRouter(BridgeEmulator& emulator, std::mutex& modelMutex, BridgeModel& model,
                              RequestLog& log, FaultRules& faults, RateLimiter& rateLimiter,
-                             const std::atomic<int>& httpPort,
-                             EventStreamHub& events, std::function<void()> noteChange)
+                             const std::atomic<int>& httpPort, EventStreamHub& events,
+                             std::function<void()> noteChange)
     : m_emulator(emulator), m_modelMutex(modelMutex), m_model(model), m_log(log), m_faults(faults),
       m_rateLimiter(rateLimiter), m_httpPort(httpPort), m_events(events), m_noteChange(std::move(noteChange)),
       m_startedAt(std::chrono::steady_clock::now())

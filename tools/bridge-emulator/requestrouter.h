@@ -25,8 +25,8 @@ class RequestRouter
 {
 public:
     RequestRouter(BridgeEmulator& emulator, std::mutex& modelMutex, BridgeModel& model, RequestLog& log,
-                  FaultRules& faults, RateLimiter& rateLimiter, const std::atomic<int>& httpPort, EventStreamHub& events,
-                  std::function<void()> noteChange);
+                  FaultRules& faults, RateLimiter& rateLimiter, const std::atomic<int>& httpPort,
+                  EventStreamHub& events, std::function<void()> noteChange);
 
     HttpResponse route(const HttpRequest& request);
     // The control port answers /emulator/ and nothing else.
