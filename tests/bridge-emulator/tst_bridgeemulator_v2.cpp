@@ -132,6 +132,11 @@ private slots:
                                              << 400 << "state/bri" << QVariant(254);
         QTest::addRow("unknown member")
             << "light" << QByteArray(R"({"bogus":1})") << 400 << "state/on" << QVariant(true);
+        // Group 1, the room of light 1.
+        QTest::addRow("room dimmed") << "grouped_light" << QByteArray(R"({"dimming":{"brightness":50}})")
+                                     << 200 << "state/bri" << QVariant(127);
+        QTest::addRow("room renamed") << "grouped_light" << QByteArray(R"({"metadata":{"name":"Hall"}})")
+                                      << 400 << "state/bri" << QVariant(254);
     }
 
     void changesThroughPut()
@@ -145,7 +150,12 @@ private slots:
         config.lights = *parseLightSet("extended:1", nullptr);
         m_key.clear();
         const auto emulator = startEmulator(config);
-        const std::string id = type == "light" ? emulator->v2LightId("1") : emulator->v2DeviceId("1");
+        std::string id = type == "light" ? emulator->v2LightId("1") : emulator->v2DeviceId("1");
+        const TestReply groups = clip(*emulator, "GET", "/clip/v2/resource/grouped_light");
+        for (const QJsonValue group : groups.json()["data"].toArray()) {
+            if (type == "grouped_light" && group["id_v1"] == "/groups/1")
+                id = group["id"].toString().toStdString();
+        }
         const TestReply reply =
             clip(*emulator, "PUT", "/clip/v2/resource/" + type + "/" + QString::fromStdString(id), body);
         QCOMPARE(reply.status, status);

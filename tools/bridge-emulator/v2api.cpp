@@ -165,6 +165,25 @@ HttpResponse putLightOrDevice(BridgeModel& model, const std::string& type, const
     return referenceResponse(id, type);
 }
 
+// A room's or zone's lights switched, dimmed or coloured at once: each member takes what it can
+// use, as the bridge relays one group command to every lamp.
+HttpResponse putGroupedLight(BridgeModel& model, const std::string& id, const CObject& body)
+{
+    std::vector<std::string> errors;
+    const ClipChange change = readChange(body, false, errors);
+    if (change.name)
+        errors.push_back("device (grouped_light) does not support metadata");
+    if (!errors.empty())
+        return errorResponse(400, errors);
+    for (const EmulatedGroup* group : model.lights.groups()) {
+        if (groupedLightId(model, group->id) != id)
+            continue;
+        for (EmulatedLight* member : model.lights.members(*group))
+            applyToLight(*member, change);
+    }
+    return referenceResponse(id, "grouped_light");
+}
+
 HttpResponse createGeofenceClient(BridgeModel& model, const CObject& body)
 {
     std::optional<std::string> name;
@@ -216,7 +235,8 @@ HttpResponse handleOne(BridgeModel& model, const HttpRequest& request, const std
         model.clip.geofenceClients.erase(geofence);
         return referenceResponse(id, type);
     }
-    const bool changeable = type == "light" || type == "device" || type == "geofence_client";
+    const bool changeable = type == "light" || type == "device" || type == "geofence_client" ||
+                            (type == "grouped_light" && !model.clip.servingDump);
     if (request.method != "PUT" || !changeable)
         return errorResponse(405, {"method not allowed"});
     const auto body = parseObject(request.body);
@@ -224,6 +244,8 @@ HttpResponse handleOne(BridgeModel& model, const HttpRequest& request, const std
         return errorResponse(400, {"body contains invalid JSON"});
     if (type == "geofence_client")
         return changeGeofenceClient(model, *geofence, body->Object());
+    if (type == "grouped_light")
+        return putGroupedLight(model, id, body->Object());
     return putLightOrDevice(model, type, id, *shown, body->Object());
 }
 
