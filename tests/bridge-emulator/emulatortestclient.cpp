@@ -47,6 +47,7 @@ TestReply EmulatorTestClient::send(const QByteArray& method, const QString& url,
     result.error = reply->error();
     result.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     result.body = reply->readAll();
+    result.headers = reply->rawHeaderPairs();
     for (const QVariant& code : reply->property("testSslErrors").toList())
         result.sslErrors << code.toInt();
     result.peerCertificate = reply->sslConfiguration().peerCertificate();

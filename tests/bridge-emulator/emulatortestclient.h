@@ -12,16 +12,28 @@
 
 #include <memory>
 
+using HeaderPairs = QList<QPair<QByteArray, QByteArray>>;
+
 // What one exchange with the emulator brought back.
 struct TestReply
 {
     QNetworkReply::NetworkError error = QNetworkReply::NoError;
     int status = 0;
     QByteArray body;
+    HeaderPairs headers;
     QList<int> sslErrors; // QSslError::SslError codes
     QSslCertificate peerCertificate;
 
     QJsonDocument json() const { return QJsonDocument::fromJson(body); }
+    // The first header of that name (case-insensitive), null when there is none.
+    QByteArray header(const QByteArray& name) const
+    {
+        for (const auto& pair : headers) {
+            if (pair.first.compare(name, Qt::CaseInsensitive) == 0)
+                return pair.second;
+        }
+        return {};
+    }
 };
 
 // A QNetworkAccessManager that waits for each reply, as the service's own client talks to a
@@ -29,8 +41,6 @@ struct TestReply
 // An emulator started on free loopback ports; a failure to start is logged as a warning and
 // shows up in the test as connection errors.
 std::unique_ptr<bridgeemu::BridgeEmulator> startEmulator(bridgeemu::EmulatorConfig config = {});
-
-using HeaderPairs = QList<QPair<QByteArray, QByteArray>>;
 
 class EmulatorTestClient
 {

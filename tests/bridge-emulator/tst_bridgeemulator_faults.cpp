@@ -1,6 +1,7 @@
 // The faults the emulator plays for the service's tests, where those tests do not show them
-// exactly: the throttled answer, a stalled request abandoned at stop, refused connections,
-// oversized and broken requests, and stopping with connections still open.
+// exactly: the throttled answer, the rate limit of light and group changes, a stalled request
+// abandoned at stop, refused connections, oversized and broken requests, and stopping with
+// connections still open.
 #include "emulatortestclient.h"
 
 #include <bridgeemulator.h>
@@ -12,6 +13,7 @@
 #include <QXmlStreamReader>
 #include <QtTest>
 
+#include <atomic>
 #include <memory>
 
 using namespace bridgeemu;
@@ -37,6 +39,18 @@ QByteArray exchangeRaw(int port, const QByteArray& bytes, int waitMs = 2000)
     }
     return answer + socket.readAll();
 }
+
+// A steady clock that moves only when the test moves it.
+struct ManualClock
+{
+    std::shared_ptr<std::atomic<long long>> ms = std::make_shared<std::atomic<long long>>(0);
+
+    Clock clock() const
+    {
+        return [ms = ms] { return SteadyTime(std::chrono::milliseconds(ms->load())); };
+    }
+    void advance(long long by) { *ms += by; }
+};
 
 } // namespace
 
@@ -90,6 +104,150 @@ private slots:
         QCOMPARE(m_client.get(config).status, status);
         emulator->clearThrottles();
         QCOMPARE(m_client.get(config).status, 200);
+    }
+
+    void rateLimit_data()
+    {
+        QTest::addColumn<QByteArray>("limit"); // PUT /emulator/ratelimit
+        // "+N" moves the clock N ms; otherwise a request and its expected status: L and G change
+        // light 1 and group 1 over version 1, l and g over CLIP v2; R and r read light 1 (v1, v2),
+        // N renames light 1, C reads /api/config, P pairs.
+        QTest::addColumn<QString>("steps");
+        QTest::addColumn<QByteArray>("retryAfter"); // on refusals; empty: no header
+        QTest::addRow("lights 10/s burst 1")
+            << QByteArray(R"({"lights":{"rate":10,"burst":1}})")
+            << "L200 L429 +99 L429 +1 L200 L429 G200 G200 +1000 L200 L429" << QByteArray();
+        QTest::addRow("groups at 1/s beside lights")
+            << QByteArray(R"({"lights":{"rate":10},"groups":{"rate":1}})")
+            << "G200 L200 G429 +100 L200 G429 +899 G429 +1 G200 L200" << QByteArray();
+        QTest::addRow("a burst of three refills to three")
+            << QByteArray(R"({"lights":{"rate":2,"burst":3}})")
+            << "L200 L200 L200 L429 +500 L200 L429 +60000 L200 L200 L200 L429" << QByteArray();
+        QTest::addRow("CLIP v2 shares the buckets, 503 with Retry-After")
+            << QByteArray(R"({"lights":{"rate":10},"groups":{"rate":1},"status":503,"retry_after":2})")
+            << "l200 l503 L503 g200 G503 +100 L200 l503 g503" << QByteArray("2");
+        QTest::addRow("reads, renames and pairing never limited")
+            << QByteArray(R"({"lights":{"rate":0.001},"groups":{"rate":0.001}})")
+            << "L200 L429 R200 R200 r200 r200 N200 N200 C200 P200 P200 g200 g429 L429" << QByteArray();
+    }
+
+    // Refused changes take no effect and are recorded with their status; the counters match.
+    void rateLimit()
+    {
+        QFETCH(QByteArray, limit);
+        QFETCH(QString, steps);
+        QFETCH(QByteArray, retryAfter);
+        ManualClock time;
+        EmulatorConfig config;
+        config.clock = time.clock();
+        const auto emulator = startEmulator(config);
+        const int http = emulator->httpPort();
+        const QString user = QString::fromStdString(emulator->addUser());
+        const HeaderPairs key{{"hue-application-key", user.toUtf8()}};
+        const QString v1 = httpUrl(http, "/api/" + user);
+        const QString v2 = httpUrl(http, "/clip/v2/resource");
+        const QString v2Light = v2 + "/light/" + QString::fromStdString(emulator->v2LightId("1"));
+        const QString v2Group =
+            v2 + "/grouped_light/" +
+            m_client.send("GET", v2 + "/grouped_light", {}, 5000, key).json()["data"][0]["id"].toString();
+        QCOMPARE(m_client.send("PUT", httpUrl(http, "/emulator/ratelimit"), limit).status, 200);
+
+        QList<int> expected, seen;
+        int counts[2][2] = {}; // [lights, groups][accepted, refused]
+        bool lightOn = emulator->light("1")->state.on;
+        for (const QString& step : steps.split(' ')) {
+            if (step.startsWith('+')) {
+                time.advance(step.mid(1).toLongLong());
+                continue;
+            }
+            const QChar kind = step[0];
+            const int status = step.mid(1).toInt();
+            const bool on = seen.size() % 2 == 0;
+            TestReply reply;
+            if (kind == 'L')
+                reply =
+                    m_client.send("PUT", v1 + "/lights/1/state", on ? R"({"on":true})" : R"({"on":false})");
+            else if (kind == 'l')
+                reply = m_client.send("PUT", v2Light, on ? R"({"on":{"on":true}})" : R"({"on":{"on":false}})",
+                                      5000, key);
+            else if (kind == 'G')
+                reply = m_client.send("PUT", v1 + "/groups/1/action", R"({"alert":"select"})");
+            else if (kind == 'g')
+                reply = m_client.send("PUT", v2Group, R"({"dynamics":{"duration":0}})", 5000, key);
+            else if (kind == 'R')
+                reply = m_client.get(v1 + "/lights/1");
+            else if (kind == 'r')
+                reply = m_client.send("GET", v2Light, {}, 5000, key);
+            else if (kind == 'N')
+                reply = m_client.send("PUT", v1 + "/lights/1", R"({"name":"Desk"})");
+            else if (kind == 'C')
+                reply = m_client.get(httpUrl(http, "/api/config"));
+            else
+                reply = m_client.send("POST", httpUrl(http, "/api"), "{\"devicetype\":\"rate#test\"}");
+            expected << status;
+            seen << reply.status;
+            const bool refused = reply.status == 429 || reply.status == 503;
+            QCOMPARE(reply.header("Retry-After"), refused ? retryAfter : QByteArray());
+            if (refused && kind.isUpper()) {
+                const QJsonObject error = reply.json()[0]["error"].toObject();
+                QCOMPARE(error["type"].toInt(), 901);
+                QCOMPARE(error["description"].toString(), QString("Internal error, %1").arg(status));
+            } else if (refused) {
+                QVERIFY(!reply.json()["errors"][0]["description"].toString().isEmpty());
+                QCOMPARE(reply.json()["data"].toArray().size(), 0);
+            }
+            if (kind.toUpper() == 'L' || kind.toUpper() == 'G')
+                ++counts[kind.toUpper() == 'G'][status != 200];
+            if (kind.toUpper() == 'L' && status == 200)
+                lightOn = on;
+        }
+        QCOMPARE(seen, expected);
+        QCOMPARE(emulator->light("1")->state.on, lightOn);
+        QList<int> recorded;
+        for (const RecordedRequest& request : emulator->requests())
+            recorded << request.status;
+        QCOMPARE(recorded.mid(1), expected); // after the grouped_light lookup
+
+        const QJsonObject shown = m_client.get(httpUrl(http, "/emulator/ratelimit")).json().object();
+        QVERIFY(shown["active"].toBool());
+        for (int group = 0; group < 2; ++group) {
+            const QJsonObject counters = shown[group ? "groups" : "lights"].toObject();
+            QCOMPARE(counters["accepted"].toInt(), counts[group][0]);
+            QCOMPARE(counters["refused"].toInt(), counts[group][1]);
+        }
+        // Without the limit every change goes through again; the counters stay readable.
+        QCOMPARE(m_client.send("DELETE", httpUrl(http, "/emulator/ratelimit")).status, 200);
+        for (int i = 0; i < 3; ++i)
+            QCOMPARE(m_client.send("PUT", v1 + "/lights/1/state", R"({"on":true})").status, 200);
+        QCOMPARE(emulator->rateLimitCounters().lights.accepted, std::uint64_t(counts[0][0]));
+        QVERIFY(!emulator->rateLimit());
+    }
+
+    void rateLimitBodies_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<int>("status");
+        QTest::addRow("empty: both unlimited") << QByteArray("{}") << 200;
+        QTest::addRow("rate 0") << QByteArray(R"({"lights":{"rate":0}})") << 400;
+        QTest::addRow("no rate") << QByteArray(R"({"groups":{"burst":2}})") << 400;
+        QTest::addRow("burst 0") << QByteArray(R"({"lights":{"rate":10,"burst":0}})") << 400;
+        QTest::addRow("class not an object") << QByteArray(R"({"lights":10})") << 400;
+        QTest::addRow("status 500") << QByteArray(R"({"lights":{"rate":10},"status":500})") << 400;
+        QTest::addRow("negative retry_after") << QByteArray(R"({"retry_after":-1})") << 400;
+    }
+
+    // A refused body leaves the limit that was there.
+    void rateLimitBodies()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(int, status);
+        const auto emulator = startEmulator();
+        const QString url = httpUrl(emulator->httpPort(), "/emulator/ratelimit");
+        QVERIFY(emulator->setRateLimit({RateBucket{5, 2}, std::nullopt, 503, 0}));
+        QCOMPARE(m_client.send("PUT", url, body).status, status);
+        const QJsonObject shown = m_client.get(url).json().object();
+        QCOMPARE(shown["lights"]["rate"].toDouble(), status == 200 ? 0.0 : 5.0);
+        QCOMPARE(shown["status"].toInt(), status == 200 ? 429 : 503);
     }
 
     void abandonedStallDoesNotHoldUpStop()
