@@ -100,6 +100,54 @@ private slots:
         QVERIFY(!config.bridgeIdFromState); // the given bridge id wins over a kept one
     }
 
+    void rateLimitOption_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("limit"); // as "lights rate,burst / groups rate,burst : status : retry"
+        QTest::addRow("real bridge") << "10/1:429"
+                                     << "10,1/1,1:429:0";
+        QTest::addRow("bursts, 503, retry") << "10,5/2,3:503:7"
+                                            << "10,5/2,3:503:7";
+        QTest::addRow("lights only, a fraction") << "0.5"
+                                                 << "0.5,1/-:429:0";
+        QTest::addRow("groups only") << "-/1"
+                                     << "-/1,1:429:0";
+        QTest::addRow("rate 0") << "0/1"
+                                << "";
+        QTest::addRow("status 500") << "10/1:500"
+                                    << "";
+        QTest::addRow("burst 0") << "10,0"
+                                 << "";
+        QTest::addRow("retry not a number") << "10/1:429:x"
+                                            << "";
+        QTest::addRow("no rate") << "/1"
+                                 << "";
+        QTest::addRow("words") << "ten"
+                               << "";
+    }
+
+    void rateLimitOption()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, limit);
+        std::string error;
+        const auto options = parseEmulatorOptions({"--rate-limit", text.toStdString()}, &error);
+        QCOMPARE(options.has_value(), !limit.isEmpty());
+        if (!options) {
+            QVERIFY2(QString::fromStdString(error).startsWith("--rate-limit: "), error.c_str());
+            return;
+        }
+        const RateLimit& parsed = *options->config.rateLimit;
+        const auto bucket = [](const std::optional<RateBucket>& b) {
+            return b ? QString("%1,%2").arg(b->rate).arg(b->burst) : QString("-");
+        };
+        QCOMPARE(QString("%1/%2:%3:%4")
+                     .arg(bucket(parsed.lights), bucket(parsed.groups))
+                     .arg(parsed.status)
+                     .arg(parsed.retryAfterSeconds),
+                 limit);
+    }
+
     void badOptionsEndTheProgram()
     {
         QProcess process;
@@ -112,8 +160,9 @@ private slots:
     void runAndControlOverHttp()
     {
         QProcess process;
-        const int http = startProcess(process, {"--bridge-id", "001788FFFE00AA11", "--name", "Demo",
-                                                "--lights", "ct:2,onoff:1", "--api-version", "1.50.0"});
+        const int http =
+            startProcess(process, {"--bridge-id", "001788FFFE00AA11", "--name", "Demo", "--lights",
+                                   "ct:2,onoff:1", "--api-version", "1.50.0", "--rate-limit", "0.01:503:7"});
         QVERIFY(http > 0);
         const QJsonObject config = m_client.get(httpUrl(http, "/api/config")).json().object();
         QCOMPARE(config["bridgeid"].toString(), QString("001788FFFE00AA11"));
@@ -126,6 +175,18 @@ private slots:
             200);
         QCOMPARE(m_client.get(httpUrl(http, "/api/config")).status, 503);
         QCOMPARE(m_client.get(httpUrl(http, "/api/config")).status, 200);
+
+        // The rate limit of the command line: one light change per 100 s, then 503.
+        const QString key =
+            m_client.send("POST", httpUrl(http, "/emulator/users"), "{}").json()["username"].toString();
+        const QString state = httpUrl(http, "/api/" + key + "/lights/1/state");
+        QCOMPARE(m_client.send("PUT", state, R"({"on":false})").status, 200);
+        const TestReply refused = m_client.send("PUT", state, R"({"on":true})");
+        QCOMPARE(refused.status, 503);
+        QCOMPARE(refused.header("Retry-After"), QByteArray("7"));
+        const QJsonObject shown = m_client.get(httpUrl(http, "/emulator/ratelimit")).json().object();
+        QCOMPARE(shown["lights"]["refused"].toInt(), 1);
+        QCOMPARE(shown["groups"]["accepted"].toInt(), 0);
 
         QVERIFY(stopProcess(process));
     }
