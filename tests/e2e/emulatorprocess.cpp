@@ -115,6 +115,21 @@ bool EmulatorProcess::clearOversize()
     return control("DELETE", "/emulator/oversize")["ok"].toBool();
 }
 
+bool EmulatorProcess::setRateLimit(const QJsonObject& limit)
+{
+    return control("PUT", "/emulator/ratelimit", compact(limit))["ok"].toBool();
+}
+
+bool EmulatorProcess::clearRateLimit()
+{
+    return control("DELETE", "/emulator/ratelimit")["ok"].toBool();
+}
+
+QJsonObject EmulatorProcess::rateLimit()
+{
+    return control("GET", "/emulator/ratelimit");
+}
+
 QList<BridgeRequest> EmulatorProcess::requests(const QString& method, const QRegularExpression& pathPattern)
 {
     QList<BridgeRequest> matching;

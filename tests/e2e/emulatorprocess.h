@@ -54,6 +54,12 @@ public:
     bool setDescriptionMode(const QJsonObject& shape);
     bool oversize(const QString& pathPrefix, qint64 bytes, int count = 1);
     bool clearOversize();
+    // Token buckets for light and group changes, as PUT /emulator/ratelimit takes them:
+    // {"lights":{"rate":10,"burst":1},"groups":{"rate":1,"burst":1},"status":429,"retry_after":0};
+    // rateLimit() shows the limit with its counters (accepted, refused per class).
+    bool setRateLimit(const QJsonObject& limit);
+    bool clearRateLimit();
+    QJsonObject rateLimit();
 
     // The recorded bridge requests whose method matches and whose path matches `pathPattern`.
     QList<BridgeRequest> requests(const QString& method = QString(),
