@@ -80,9 +80,9 @@ bool Rig::setUp()
     if (!m_bridge || !m_system.announceByMdns(*m_bridge) || !m_system.pairWhenAsked(*m_bridge))
         return false;
     // Its identity and ports, so that a restarted bridge is the same one.
-    m_bridgeOptions = options + QStringList{"--bridge-id", m_bridge->bridgeId(), "--https-port",
-                                            QString::number(m_bridge->httpsPort()), "--http-port",
-                                            QString::number(m_bridge->httpPort())};
+    m_bridgeOptions = options + QStringList{"--bridge-id",  m_bridge->bridgeId(),
+                                            "--https-port", QString::number(m_bridge->httpsPort()),
+                                            "--http-port",  QString::number(m_bridge->httpPort())};
     if (m_clipV2) {
         m_bridgeOptions.removeAll("--shared-port");
         m_bridgeOptions << QStringLiteral("--shared-port=%1").arg(m_bridge->sharedPort());
@@ -131,6 +131,7 @@ Row Rig::begin(const QString& scenario)
     m_errorsBefore = lineCount(log, "^EE ");
     m_alarmsBefore = service().alarmingLines().size();
     m_aliveBefore = serviceAlive();
+    m_shownBefore = m_bridge->control("GET", "/emulator/lights");
     return row;
 }
 
@@ -139,9 +140,14 @@ void Rig::writeFinal()
     ++m_round;
     for (int i = 0; i < m_lights.size(); ++i) {
         const Light& light = m_lights[i];
-        // On/off alternates; brightness steps by 17 % a round, so it always changes.
+        // Never the value the bridge showed before the fault (a lost write must not pass for a
+        // final one): on/off flips, brightness steps by 17 % a round, and 40 % further (within
+        // 10..89) when that lands too close.
         const bool onOff = light.kind == "onoff";
-        const int value = onOff ? m_round % 2 : 10 + (m_round * 17 + i * 13) % 80;
+        const QJsonObject shown = m_shownBefore[light.id].toObject()["state"].toObject();
+        int value = onOff ? (shown["on"].toBool() ? 0 : 1) : 10 + (m_round * 17 + i * 13) % 80;
+        if (!onOff && std::abs(shown["bri"].toInt() - value * 254.0 / 100.0) <= 8.0)
+            value = 10 + (value - 10 + 40) % 80;
         m_final[light.id] = value;
         if (!serviceAlive())
             continue; // nobody would confirm: the light counts as lost
@@ -212,19 +218,23 @@ bool Rig::replaceBridge()
 bool Rig::waitForRegistration(int timeoutMs)
 {
     const bool staged = poll(
-        [&] { return !serviceAlive() || hub().answeredStages() == QList<int>({0, 3, 1}); }, timeoutMs, 300);
-    return staged && poll(
-                         [&] {
-                             if (!serviceAlive())
-                                 return true;
-                             for (const Light& light : m_lights) {
-                                 if (e2e::HubSimProcess::outputValue(hub().device(light.serial), "Switch status")
-                                         .isEmpty())
-                                     return false;
-                             }
-                             return true;
-                         },
-                         timeoutMs, 300) &&
+        [&] {
+            return !serviceAlive() || hub().answeredStages() == QList<int>({0, 3, 1});
+        },
+        timeoutMs, 300);
+    return staged &&
+           poll(
+               [&] {
+                   if (!serviceAlive())
+                       return true;
+                   for (const Light& light : m_lights) {
+                       if (e2e::HubSimProcess::outputValue(hub().device(light.serial), "Switch status")
+                               .isEmpty())
+                           return false;
+                   }
+                   return true;
+               },
+               timeoutMs, 300) &&
            serviceAlive();
 }
 

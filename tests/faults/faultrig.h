@@ -119,6 +119,7 @@ private:
     QList<Light> m_lights;
     int m_round = 0;
     QMap<QString, int> m_final; // emulator light id -> value written
+    QJsonObject m_shownBefore;  // the bridge's lights when the scenario began
     int m_logLines = 0;
     int m_warningsBefore = 0;
     int m_errorsBefore = 0;

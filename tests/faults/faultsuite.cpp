@@ -20,8 +20,9 @@ struct Scenario
 };
 
 const Scenario kScenarios[] = {
-    {"hub", hubKilled},         {"bridge", bridgeRestarted}, {"refuse", bridgeRefusing},
-    {"throttle", throttleStorm}, {"drop", streamDropped},     {"flood", streamFlooded},
+    {"hub", hubKilled},         {"bridge", bridgeRestarted},
+    {"refuse", bridgeRefusing}, {"throttle", throttleStorm},
+    {"drop", streamDropped},    {"flood", streamFlooded},
     {"socket", hubSocketAbuse}, {"soak", soak},
 };
 
@@ -41,8 +42,9 @@ int main(int argc, char** argv)
     parser.addHelpOption();
     parser.addOption({"long", "Full durations, the silent stream past its limit and a 15-minute soak."});
     parser.addOption({"api", "Only this API: v1 or v2.", "api"});
-    parser.addOption({"only", "Only the scenarios whose keys are listed (hub, bridge, refuse, throttle, drop, "
-                              "flood, socket, soak), comma-separated.",
+    parser.addOption({"only",
+                      "Only the scenarios whose keys are listed (hub, bridge, refuse, throttle, drop, "
+                      "flood, socket, soak), comma-separated.",
                       "keys"});
     parser.process(app);
     const bool longMode = parser.isSet("long");

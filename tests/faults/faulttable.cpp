@@ -22,8 +22,9 @@ QString markdownTable(const QList<Row>& rows)
 {
     QString text;
     QTextStream out(&text);
-    out << QStringLiteral("| scenario | api | lights in final state | commands lost | time to recover (ms) "
-                          "| warnings | errors | crash | RSS before → after (KiB) | fds before → after | notes |\n")
+    out << QStringLiteral(
+               "| scenario | api | lights in final state | commands lost | time to recover (ms) "
+               "| warnings | errors | crash | RSS before → after (KiB) | fds before → after | notes |\n")
         << "|---|---|---|---|---|---|---|---|---|---|---|\n";
     for (const Row& row : rows) {
         out << "| " << row.scenario << " | " << row.api << " | ";
@@ -31,8 +32,9 @@ QString markdownTable(const QList<Row>& rows)
             out << "- | - | - | - | - | - | - | - | ";
         else
             out << row.finalLights << '/' << row.lights << " | " << row.lost << " | " << figure(row.recoverMs)
-                << " | " << row.warnings << " | " << row.errors << " | " << (row.crash ? "yes" : "no") << " | "
-                << change(row.rssBefore, row.rssAfter) << " | " << change(row.fdsBefore, row.fdsAfter) << " | ";
+                << " | " << row.warnings << " | " << row.errors << " | " << (row.crash ? "yes" : "no")
+                << " | " << change(row.rssBefore, row.rssAfter) << " | "
+                << change(row.fdsBefore, row.fdsAfter) << " | ";
         out << QString(row.notes.join("; ")).replace('|', '/') << " |\n";
     }
     return text;

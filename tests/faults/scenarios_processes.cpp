@@ -41,7 +41,8 @@ QList<Row> bridgeRestarted(Rig& rig)
     faultEnd.start();
     if (!back)
         row.notes << "the emulator did not start again";
-    else if (rig.bridge().bridgeId() != rig.bridgeOptions().value(rig.bridgeOptions().indexOf("--bridge-id") + 1))
+    else if (rig.bridge().bridgeId() !=
+             rig.bridgeOptions().value(rig.bridgeOptions().indexOf("--bridge-id") + 1))
         row.notes << "the bridge came back with another id";
     else if (!rig.waitForEventStream())
         row.notes << "event stream not reopened";

@@ -69,8 +69,9 @@ QList<Row> hubSocketAbuse(Rig& rig)
     sent += send(path, header(4) + char(1) + int32(0x7FFFFFFF));
     sent += send(path, header(2) + "x" + char(0) + char(13) + int32(0x10000000));
     std::unique_ptr<QLocalSocket> held;
-    sent += send(path, header(0) + "\x01\x00" + "runStage" + char(0) + char(2) + int32(64 * 1024 * 1024 - 64) +
-                           QByteArray(1024 * 1024, 'x'),
+    sent += send(path,
+                 header(0) + "\x01\x00" + "runStage" + char(0) + char(2) + int32(64 * 1024 * 1024 - 64) +
+                     QByteArray(1024 * 1024, 'x'),
                  &held);
     if (rig.hub().hubctl({"stage", "1"}).exitCode != 0) {
         row.failed = true;

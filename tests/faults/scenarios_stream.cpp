@@ -4,6 +4,8 @@
 
 #include "procstats.h"
 
+#include <QTimer>
+
 namespace faults {
 
 namespace {
@@ -36,29 +38,35 @@ void checkWallSwitch(Rig& rig, Row& row)
     }
 }
 
-// Samples the service's RSS every `intervalMs` while `ms` pass; the highest sample.
-qint64 peakRssDuring(Rig& rig, int ms, int intervalMs = 250)
+// The service's highest RSS, sampled every 100 ms on the event loop that the waits run, so
+// that sampling does not delay what is measured.
+class PeakRss
 {
-    qint64 peak = -1;
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < ms && rig.serviceAlive()) {
-        peak = qMax(peak, e2ebench::residentKiB(rig.service().process().pid()));
-        hold(intervalMs);
+public:
+    explicit PeakRss(qint64 pid)
+    {
+        QObject::connect(&m_timer, &QTimer::timeout,
+                         [this, pid] { m_peak = qMax(m_peak, e2ebench::residentKiB(pid)); });
+        m_timer.start(100);
     }
-    return peak;
-}
+    qint64 peak() const { return m_peak; }
+
+private:
+    QTimer m_timer;
+    qint64 m_peak = -1;
+};
 
 // RSS back within 16 MiB of where it started, given a few seconds to get there.
 void checkRssReturns(Rig& rig, Row& row, qint64 peak)
 {
     qint64 now = -1;
-    const bool down = poll(
-        [&] {
-            now = e2ebench::residentKiB(rig.service().process().pid());
-            return now >= 0 && now <= row.rssBefore + 16 * 1024;
-        },
-        10000, 500);
+    const bool down = rig.serviceAlive() && poll(
+                                                [&] {
+                                                    now =
+                                                        e2ebench::residentKiB(rig.service().process().pid());
+                                                    return now >= 0 && now <= row.rssBefore + 16 * 1024;
+                                                },
+                                                10000, 500);
     row.notes << QStringLiteral("peak RSS %1 KiB").arg(peak);
     if (!down && rig.serviceAlive())
         row.notes << QStringLiteral("RSS stayed up at %1 KiB").arg(now);
@@ -117,8 +125,9 @@ QList<Row> streamFlooded(Rig& rig)
         rows << Row::skip(flood, "this emulator cannot flood the stream");
     } else {
         const int messages = rig.duration(2000, 20000);
-        const QByteArray body = "{\"messages\":" + QByteArray::number(messages) +
-                                ",\"events_per_message\":50,\"interval_ms\":0}";
+        const QByteArray body =
+            "{\"messages\":" + QByteArray::number(messages) + ",\"events_per_message\":50,\"interval_ms\":0}";
+        const PeakRss rss(rig.service().process().pid());
         if (!rig.bridge().control("POST", "/emulator/eventstream/flood", body)["ok"].toBool())
             flood.notes << "the emulator did not take the flood";
         hold(300);
@@ -126,11 +135,11 @@ QList<Row> streamFlooded(Rig& rig)
         rig.writeFinal();
         QElapsedTimer faultEnd;
         faultEnd.start();
-        const qint64 peak = peakRssDuring(rig, 3000);
         rig.finish(flood, faultEnd);
         rig.bridge().control("DELETE", "/emulator/eventstream/flood");
-        flood.notes << QStringLiteral("%1 messages of 50 events; recovery counted from the writes").arg(messages);
-        checkRssReturns(rig, flood, peak);
+        flood.notes
+            << QStringLiteral("%1 messages of 50 events; recovery counted from the writes").arg(messages);
+        checkRssReturns(rig, flood, rss.peak());
         rows << flood;
     }
 
@@ -141,20 +150,21 @@ QList<Row> streamFlooded(Rig& rig)
     }
     const qint64 bytes = rig.duration(32, 256) * qint64(1024 * 1024);
     rig.bridge().clearRequests();
-    if (!rig.bridge().control("POST", "/emulator/eventstream/endless",
-                              "{\"bytes\":" + QByteArray::number(bytes) + "}")["ok"]
+    const PeakRss rss(rig.service().process().pid());
+    if (!rig.bridge()
+             .control("POST", "/emulator/eventstream/endless",
+                      "{\"bytes\":" + QByteArray::number(bytes) + "}")["ok"]
              .toBool())
         endless.notes << "the emulator did not take the endless line";
     hold(300);
     rig.writeFinal();
     QElapsedTimer faultEnd;
     faultEnd.start();
-    const qint64 peak = peakRssDuring(rig, 5000);
     rig.finish(endless, faultEnd);
     endless.notes << QStringLiteral("%1 MiB without a line break").arg(bytes / (1024 * 1024));
     if (!poll([&] { return streamOpens(rig) > 0; }, 15000))
         endless.notes << "stream not reopened within 15 s (news only by polling until the silence limit)";
-    checkRssReturns(rig, endless, peak);
+    checkRssReturns(rig, endless, rss.peak());
     rows << endless;
     return rows;
 }
