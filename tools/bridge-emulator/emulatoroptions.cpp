@@ -208,7 +208,8 @@ groups/<id>, groups/<id>/action; GET /description.xml (UPnP).
 CLIP v2 (header hue-application-key: a whitelisted key; else 403): GET /clip/v2/resource,
 /clip/v2/resource/<type>, /clip/v2/resource/<type>/<id> for device, light, zigbee_connectivity,
 room, zone, grouped_light, bridge, geofence_client; PUT light (on, dimming, color, color_temperature,
-dynamics, alert, metadata), device (metadata), geofence_client (name, is_at_home); POST
+dynamics, alert, metadata), grouped_light (the same but metadata, to every member), device
+(metadata), geofence_client (name, is_at_home); POST
 geofence_client -> {"data":[{"rid","rtype"}]}; DELETE geofence_client/<id>.
 GET /eventstream/clip/v2 (Accept: text/event-stream): ": hi", then "id: <seconds>:<n>" and
 "data: [events]" per message; Last-Event-ID replays the messages after it.
