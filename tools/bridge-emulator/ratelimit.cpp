@@ -145,9 +145,9 @@ void RateLimiter::set(const RateLimit& limit)
     m_active = true;
     m_status = limit.status;
     m_retryAfterSeconds = limit.retryAfterSeconds;
-    for (auto [target, spec] : {std::pair{&m_lights, limit.lights}, std::pair{&m_groups, limit.groups}}) {
-        target->spec = spec;
-        target->tokens = spec ? spec->burst : 0;
+    for (auto [target, shape] : {std::pair{&m_lights, limit.lights}, std::pair{&m_groups, limit.groups}}) {
+        target->shape = shape;
+        target->tokens = shape ? shape->burst : 0;
         target->updatedAt = now;
         target->counters = {};
     }
@@ -164,7 +164,7 @@ std::optional<RateLimit> RateLimiter::limit() const
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_active)
         return std::nullopt;
-    return RateLimit{m_lights.spec, m_groups.spec, m_status, m_retryAfterSeconds};
+    return RateLimit{m_lights.shape, m_groups.shape, m_status, m_retryAfterSeconds};
 }
 
 RateLimitCounters RateLimiter::counters() const
@@ -177,7 +177,7 @@ std::optional<double> RateLimiter::tokens(RateClass rateClass) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     const Bucket& chosen = bucket(rateClass);
-    if (!m_active || !chosen.spec)
+    if (!m_active || !chosen.shape)
         return std::nullopt;
     return refilled(chosen, m_clock());
 }
@@ -186,7 +186,7 @@ double RateLimiter::refilled(const Bucket& bucket, SteadyTime now)
 {
     const double seconds = std::chrono::duration<double>(now - bucket.updatedAt).count();
     // A clock moved back adds nothing.
-    return std::min<double>(bucket.spec->burst, bucket.tokens + bucket.spec->rate * std::max(0.0, seconds));
+    return std::min<double>(bucket.shape->burst, bucket.tokens + bucket.shape->rate * std::max(0.0, seconds));
 }
 
 std::optional<RateLimit> RateLimiter::admit(RateClass rateClass)
@@ -195,7 +195,7 @@ std::optional<RateLimit> RateLimiter::admit(RateClass rateClass)
     if (!m_active)
         return std::nullopt;
     Bucket& chosen = bucket(rateClass);
-    if (!chosen.spec) {
+    if (!chosen.shape) {
         ++chosen.counters.accepted;
         return std::nullopt;
     }
@@ -208,7 +208,7 @@ std::optional<RateLimit> RateLimiter::admit(RateClass rateClass)
         return std::nullopt;
     }
     ++chosen.counters.refused;
-    return RateLimit{m_lights.spec, m_groups.spec, m_status, m_retryAfterSeconds};
+    return RateLimit{m_lights.shape, m_groups.shape, m_status, m_retryAfterSeconds};
 }
 
 } // namespace bridgeemu

@@ -82,7 +82,7 @@ public:
 private:
     struct Bucket
     {
-        std::optional<RateBucket> spec;
+        std::optional<RateBucket> shape;
         double tokens = 0;
         SteadyTime updatedAt{};
         RateClassCounters counters;
