@@ -1,10 +1,9 @@
-// libFuzzer target for the version 2 answers to PUT and POST ({"data":[...],"errors":[...]}):
-// a light change through the bridge's request queue, the creation and renaming of the
-// program's geofence client, and the renames of a light, each handled by the bridge's reply
-// funnel and the dialect's handlers with the error check.
+// libFuzzer target for the version 2 answers to PUT and POST ({"data":[...],"errors":[...]}) of
+// a light change (through the bridge's request queue), the creation and renaming of the
+// program's geofence client and a light's rename, each through the bridge's reply funnel.
 //
 // Byte 0: bits 0-1 pick the request, bits 2-4 the HTTP status; the rest is the answer. One
-// bridge, switched to version 2 by its user-name check and holding one light, lives across inputs.
+// bridge, moved to version 2 by its user-name check and holding one light, lives across inputs.
 #include "huecontroller/hue_bridge.h"
 #include "huecontroller/hue_bridgeapi2.h"
 #include "huecontroller/hue_light.h"
@@ -51,9 +50,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     auto* api = qobject_cast<hue::BridgeAPI2*>(bridge->api());
     if (!api)
         abort(); // the check reply must have moved the bridge to version 2
-    api->parsePollReply(minijson::CParser::Parse(kDevice)->Object(), hue::CBridge::PollDevices);
-    api->parsePollReply(minijson::CParser::Parse(kConnectivity)->Object(), hue::CBridge::PollConnectivity);
-    api->parsePollReply(minijson::CParser::Parse(kLight)->Object(), hue::CBridge::PollLights);
+    for (const auto& [text, type] : {std::pair{kDevice, hue::CBridge::PollDevices},
+                                     {kConnectivity, hue::CBridge::PollConnectivity},
+                                     {kLight, hue::CBridge::PollLights}})
+        api->parsePollReply(minijson::CParser::Parse(text)->Object(), type);
     network->dropAll();
     return 0;
 }
@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     auto* api = static_cast<hue::BridgeAPI2*>(bridge->api());
     const hue::CLight* light = bridge->lightById("l1");
     if (!light)
-        abort();
+        abort(); // nothing in these answers may remove it
     network->body = QByteArray(reinterpret_cast<const char*>(data + 1), int(size - 1));
     network->status = kStatus[(data[0] >> 2) % 8];
     switch (data[0] % 4) {
@@ -75,12 +75,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     case 1:
         api->parseGeofenceClientList(minijson::CObject()); // no client yet: registers one
         break;
-    case 2: {
-        QNetworkReply* reply = network->put(api->createRequest(QStringLiteral("geofence_client/g1")), "{}");
-        reply->setProperty("hueGeofenceRequest", QByteArray("rename"));
-        bridge->trackReply(reply);
+    case 2: // the minute's rename of the geofence client
+        bridge->trackReply(network->put(api->createRequest(QStringLiteral("geofence_client/g1")), "{}"));
+        network->last()->setProperty("hueGeofenceRequest", QByteArray("rename"));
         break;
-    }
     default:
         api->setLightName("l1", QStringLiteral("Desk"));
         break;
