@@ -48,6 +48,8 @@ CBridge::CBridge(QNetworkAccessManager* nam, const QByteArray& bridgeId, const Q
     const QSettings settings(QStringLiteral("vorn"), QStringLiteral("huecontroller"));
     m_forceAPI1 = configSwitch(QStringLiteral("hue/forceAPI1")) ||
                   settings.value(QStringLiteral("debug/forceAPI1"), false).toBool();
+    m_pacer.setRates(settings.value(QLatin1String(kLightRateSetting), SendPacer::kDefaultLightsPerSecond).toDouble(),
+                     settings.value(QLatin1String(kGroupRateSetting), SendPacer::kDefaultGroupsPerSecond).toDouble());
     connect(ConfigCache::instance(), &ConfigCache::configValueChanged, this, &CBridge::onConfigValueChanged);
 
     // https is tried first; port 80 becomes 443 for it, and plain http on the given port is the
@@ -116,7 +118,10 @@ void CBridge::createTimers()
     m_replyTimeoutTimer->setInterval(kReplyTimeoutCheckMs);
     connect(m_replyTimeoutTimer, &QTimer::timeout, this, &CBridge::replyTimeoutTimer);
 
-    m_retryTimer.setInterval(kRetryTickMs);
+    // Started for the moment the next waiting change may go; a coarse timer could fire up to 5 %
+    // early or late, which would cost refusals or pace.
+    m_retryTimer.setSingleShot(true);
+    m_retryTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_retryTimer, &QTimer::timeout, this, &CBridge::onRetryTimer);
 }
 

@@ -5,6 +5,7 @@
 #include "hue_changeitem.h"
 #include "hue_clock.h"
 #include "hue_itemtype.h"
+#include "hue_sendpacer.h"
 
 #include "kova/kovacommon/internalid.h"
 
@@ -80,7 +81,8 @@ public:
         USERNAME_REGISTERED = 7,
     };
 
-    // A light-change request waiting in its per-URL queue; the queue sends only its head.
+    // A light-change request waiting in its per-URL queue; the queue sends only its head, and
+    // holds at most one more body that waits behind it (later changes merge into that one).
     struct RetryingRequest
     {
         quint64 id = 0;
@@ -89,15 +91,23 @@ public:
         QByteArray lightId;
         QMap<QByteArray, QVariant> properties;
         bool inFlight = false;
-        int retriesLeft = 50;
+        int attempts = 0;     // times sent so far
+        bool isGroup = false; // paced at the bridge's group rate
     };
 
     static constexpr int kReplyTimeoutCheckMs = 3000;
     static constexpr qint64 kReplyTimeoutMs = 10000;
     // The largest reply body taken in; a whole home's CLIP v2 resources are a few hundred KB.
     static constexpr qint64 kMaxReplyBytes = 4 * 1024 * 1024;
-    static constexpr int kRetryTickMs = 100;
-    static constexpr int kMaxRetries = 50;
+    // Changes are kept while the bridge refuses or cannot be reached; past this long without a
+    // single accepted change they are given up, logged, and the lights' error output is set.
+    static constexpr qint64 kGiveUpAfterMs = 10 * 60 * 1000;
+    // Settings of the service's own store: the bridge's change rates (per second).
+    static constexpr const char* kLightRateSetting = "bridge/lightChangesPerSecond";
+    static constexpr const char* kGroupRateSetting = "bridge/groupChangesPerSecond";
+    // A light's changes go out this long after the last of a burst, but never later than
+    // kMaxCommandDelayMs after the first, however long the burst lasts (a dragged slider).
+    static constexpr int kMaxCommandDelayMs = 400;
     static constexpr int kRegisterRetryMs = 1000;
 
     // A bridge reached through `nam` (shared, not owned) at host:port. Port 443 means https
@@ -155,6 +165,7 @@ public:
     int activeReplyCount() const { return m_activeReplies.size(); }
     const QMap<QString, QList<RetryingRequest*>>& retryQueues() const { return m_retryQueues; }
     bool isRetryTimerActive() const { return m_retryTimer.isActive(); }
+    SendPacer& pacer() { return m_pacer; }
 
     // --- Pairing (hue_bridge_pairing.cpp) ------------------------------------------------------
     UserNameState userNameState() const { return m_userNameState; }
@@ -243,6 +254,9 @@ signals:
     // withdrawn key); also applied through the controller's setBridgeState when one exists.
     void bridgeStateChangeRequested(int state);
     void supportInfoGathered(const QByteArray& text);
+    // A light's changes could not be delivered within kGiveUpAfterMs (failed), or one went
+    // through again after that (not failed).
+    void lightChangeFailed(hue::CLight* light, bool failed);
 
 public slots:
     void onReplyFinished(QNetworkReply* reply);
@@ -259,6 +273,15 @@ private:
 
     void createTimers();
     void sendQueuedRequest(RetryingRequest& entry);
+    // Sends the waiting change that has waited longest, as far as the pacer allows, and sets
+    // the retry timer for the next one.
+    void sendDueChanges();
+    // A sent change comes back to wait in its queue: the bridge refused it or was not reached.
+    // False when the reply is no queued change, or when the changes were given up.
+    bool requeueChange(QNetworkReply* reply, bool refused);
+    // Drops every waiting change once the bridge has failed for longer than kGiveUpAfterMs.
+    bool giveUpIfFailingTooLong();
+    void noteChangeAccepted(QNetworkReply* reply);
     std::unique_ptr<minijson::CEntity> parsePairingReply(const QByteArray& body);
     void handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool timedOut, bool fellBack);
     void handleRegisterUserNameReply(QNetworkReply* reply, bool timedOut, bool fellBack);
@@ -289,6 +312,9 @@ private:
     BridgeAPI* m_api = nullptr;
     QMap<QString, QList<RetryingRequest*>> m_retryQueues;
     QTimer m_retryTimer;
+    SendPacer m_pacer;
+    QHash<QByteArray, qint64> m_firstPendingMs; // light id -> when its oldest pending change came
+    QSet<QByteArray> m_failedLights;             // lights whose changes were given up
     quint64 m_requestCounter = 1;
     QSet<QNetworkReply*> m_activeReplies;
     QMap<QNetworkReply*, ElapsedTimer> m_replyStartTimes;

@@ -42,11 +42,16 @@ void CBridge::requestLightChange(const QByteArray& lightId, const QMap<ChangeIte
     }
     if (!m_lightData.value(lightId).reachable)
         LOG_WARNING << "lamp" << lightId << "possibly not reachable";
-    // A burst of changes becomes one request, 200 ms after the last of them.
+    // A burst of changes becomes one request, 200 ms after the last of them, but no later than
+    // kMaxCommandDelayMs after the first: a light follows a dragged slider while it moves.
+    const qint64 now = Clock::nowMs();
+    if (light->pendingCommands().isEmpty() || !m_firstPendingMs.contains(lightId))
+        m_firstPendingMs.insert(lightId, now);
     light->commandTimer()->stop();
     for (auto it = changes.cbegin(); it != changes.cend(); ++it)
         light->pendingCommands().insert(it.key(), it.value());
-    light->commandTimer()->start();
+    const qint64 untilBound = m_firstPendingMs.value(lightId) + kMaxCommandDelayMs - now;
+    light->commandTimer()->start(int(qBound<qint64>(0, untilBound, CLight::kCommandDelayMs)));
 }
 
 void CBridge::requestLightOn(const QByteArray& lightId, bool on)
@@ -315,6 +320,7 @@ void CBridge::execCommands()
         m_pendingLightChanges.insert(id, light->hueId());
     m_lastRequest.start();
     pending.clear();
+    m_firstPendingMs.remove(light->hueId());
 }
 
 double CBridge::startStopTimerDurationSeconds(const QByteArray& lightId) const

@@ -4,12 +4,15 @@
 #include "hue_bridge.h"
 
 #include "hue_bridgeapi.h"
+#include "hue_light.h"
 #include "hue_replylimit.h"
 
 #include "common/logginginterface.h"
 #include "common/profiler.h"
 
 #include <QNetworkAccessManager>
+
+#include <limits>
 
 namespace hue {
 
@@ -50,7 +53,6 @@ void CBridge::replyFinished(QNetworkReply* reply, bool timedOut)
         return; // already handled through finish, error or time-out
     m_replyStartTimes.remove(reply);
     reply->deleteLater();
-    removeRetry(reply);
 
     // Once https has answered the bridge stays on it; a refused or failed https connection
     // before that sends this and every later request to the original plain http URL. A
@@ -76,6 +78,17 @@ void CBridge::replyFinished(QNetworkReply* reply, bool timedOut)
         m_url = m_originalUrl;
         fellBack = true;
     }
+
+    if (reply->property("hueIsLightChange").toBool()) {
+        // A change that did not reach the bridge waits for it, however long it is away; the
+        // light's final state must not be lost to a restart or a moment without network.
+        const bool answered = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
+        if ((timedOut || (!answered && error != QNetworkReply::NoError)) && requeueChange(reply, false))
+            return;
+        if (error == QNetworkReply::NoError)
+            noteChangeAccepted(reply);
+    }
+    removeRetry(reply);
 
     if (reply == m_checkReply) {
         handleCheckUserNameRegisteredReply(reply, timedOut, fellBack);
@@ -148,6 +161,7 @@ void CBridge::sendQueuedRequest(RetryingRequest& entry)
     reply->setProperty("hueIsLightChange", true);
     reply->setProperty("hueLightID", entry.lightId);
     entry.inFlight = true;
+    ++entry.attempts;
     trackReply(reply);
 }
 
@@ -158,32 +172,69 @@ quint64 CBridge::queueLightchangeRequest(const QNetworkRequest& request, const Q
     if (!m_nam)
         return 0; // a bridge without a network sends nothing
     const QString key = request.url().toString();
-    const bool existed = m_retryQueues.contains(key);
+    QList<RetryingRequest*>& queue = m_retryQueues[key];
+    // Latest value wins: a body that still waits takes the new change in, so a light never has
+    // more than one body waiting behind the one in flight.
+    if (!queue.isEmpty() && !queue.last()->inFlight) {
+        RetryingRequest* waiting = queue.last();
+        waiting->body = BridgeAPI::mergeChangeBodies(waiting->body, body);
+        for (auto it = properties.cbegin(); it != properties.cend(); ++it)
+            waiting->properties.insert(it.key(), it.value());
+        LOG_DETAIL << "merged change into waiting request" << waiting->id << "for light" << lightId;
+        return waiting->id;
+    }
+    const bool waitsBehind = !queue.isEmpty();
     const quint64 id = ++m_requestCounter;
-    auto* entry = new RetryingRequest{id, request, body, lightId, properties, false, kMaxRetries};
-    m_retryQueues[key].append(entry);
-    if (!existed) {
-        sendQueuedRequest(*entry);
-    } else if (!m_retryTimer.isActive()) {
+    const CLight* light = lightById(lightId);
+    auto* entry = new RetryingRequest{id, request, body, lightId, properties, false, 0,
+                                      light && light->itemType() == ItemGroup};
+    queue.append(entry);
+    if (waitsBehind && !m_retryTimer.isActive()) {
         QString shown = key;
         if (!m_userName.isEmpty())
             shown.replace(m_userName, QStringLiteral("***"));
         LOG_ERROR << "delaying request but retry timer is not active:" << shown;
-        m_retryTimer.start();
     }
+    sendDueChanges();
     return id;
 }
 
 void CBridge::onRetryTimer()
 {
-    for (auto it = m_retryQueues.begin(); it != m_retryQueues.end(); ++it) {
-        if (it.value().isEmpty()) {
-            LOG_ERROR << "empty queue for url:" + it.key();
+    sendDueChanges();
+}
+
+void CBridge::sendDueChanges()
+{
+    if (!m_nam)
+        return;
+    const qint64 now = Clock::nowMs();
+    for (;;) {
+        // The waiting head that has waited longest goes first, as far as the pacer allows; only
+        // heads are sent, so each light's changes keep their order.
+        RetryingRequest* next = nullptr;
+        qint64 soonest = -1;
+        for (const QList<RetryingRequest*>& queue : qAsConst(m_retryQueues)) {
+            if (queue.isEmpty() || queue.first()->inFlight)
+                continue;
+            RetryingRequest* head = queue.first();
+            const auto requestClass = head->isGroup ? SendPacer::GroupChange : SendPacer::LightChange;
+            const qint64 wait = m_pacer.waitMs(requestClass, now);
+            if (wait == 0 && (!next || head->id < next->id))
+                next = head;
+            else if (wait > 0 && (soonest < 0 || wait < soonest))
+                soonest = wait;
+        }
+        if (next) {
+            m_pacer.sent(next->isGroup ? SendPacer::GroupChange : SendPacer::LightChange, now);
+            sendQueuedRequest(*next);
             continue;
         }
-        RetryingRequest* head = it.value().first();
-        if (!head->inFlight)
-            sendQueuedRequest(*head);
+        if (soonest >= 0)
+            m_retryTimer.start(int(qMin<qint64>(soonest, std::numeric_limits<int>::max())));
+        else
+            m_retryTimer.stop();
+        return;
     }
 }
 
@@ -206,24 +257,81 @@ bool CBridge::findRetryIndex(QNetworkReply* reply, QString& url, int& index) con
 
 bool CBridge::tryQueueRetry(QNetworkReply* reply)
 {
+    return requeueChange(reply, true);
+}
+
+namespace {
+
+// "Retry-After" in seconds, as milliseconds; -1 when absent or in another form.
+qint64 retryAfterMs(const QNetworkReply* reply)
+{
+    bool ok = false;
+    const qint64 seconds = reply->rawHeader("Retry-After").trimmed().toLongLong(&ok);
+    return ok && seconds >= 0 ? qMin<qint64>(seconds, SendPacer::kMaxRetryAfterMs / 1000) * 1000 : -1;
+}
+
+} // namespace
+
+bool CBridge::requeueChange(QNetworkReply* reply, bool refused)
+{
     QString url;
     int index = -1;
     if (!findRetryIndex(reply, url, index))
         return false;
-    QList<RetryingRequest*>& queue = m_retryQueues[url];
-    RetryingRequest* entry = queue.at(index);
-    entry->inFlight = false;
-    const int left = entry->retriesLeft--;
-    if (left != 1) {
-        if (!m_retryTimer.isActive())
-            m_retryTimer.start();
-        return true;
+    m_retryQueues[url].at(index)->inFlight = false;
+    const qint64 now = Clock::nowMs();
+    const bool troubleStarts = m_pacer.troubleSinceMs() < 0;
+    if (refused)
+        m_pacer.refused(now, retryAfterMs(reply));
+    else
+        m_pacer.unreachable(now);
+    if (troubleStarts) {
+        if (refused)
+            LOG_INFO << "bridge" << m_bridgeId << "refuses changes for now (HTTP"
+                     << reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt()
+                     << "); waiting before sending more";
+        else
+            LOG_WARNING << "bridge" << m_bridgeId << "not reached with a change:" << reply->errorString()
+                        << "- keeping the changes until it answers";
     }
-    LOG_WARNING << "giving up on request id" << entry->id << "to" << url;
-    delete queue.takeAt(index);
-    if (queue.isEmpty())
-        m_retryQueues.remove(url);
-    return false;
+    if (giveUpIfFailingTooLong())
+        return false;
+    sendDueChanges();
+    return true;
+}
+
+bool CBridge::giveUpIfFailingTooLong()
+{
+    const qint64 since = m_pacer.troubleSinceMs();
+    if (since < 0 || Clock::nowMs() - since <= kGiveUpAfterMs)
+        return false;
+    for (auto it = m_retryQueues.begin(); it != m_retryQueues.end();) {
+        QList<RetryingRequest*>& queue = it.value();
+        for (int i = queue.size() - 1; i >= 0; --i) {
+            RetryingRequest* entry = queue.at(i);
+            if (entry->inFlight)
+                continue;
+            LOG_WARNING << "giving up on request id" << entry->id << "to" << it.key();
+            if (CLight* light = lightById(entry->lightId)) {
+                m_failedLights.insert(entry->lightId);
+                emit lightChangeFailed(light, true);
+            }
+            delete queue.takeAt(i);
+        }
+        it = queue.isEmpty() ? m_retryQueues.erase(it) : std::next(it);
+    }
+    m_pacer.accepted(); // later changes get a bound of their own
+    return true;
+}
+
+void CBridge::noteChangeAccepted(QNetworkReply* reply)
+{
+    m_pacer.accepted();
+    const QByteArray lightId = reply->property("hueLightID").toByteArray();
+    if (m_failedLights.remove(lightId)) {
+        if (CLight* light = lightById(lightId))
+            emit lightChangeFailed(light, false);
+    }
 }
 
 void CBridge::removeRetry(QNetworkReply* reply)
@@ -236,8 +344,7 @@ void CBridge::removeRetry(QNetworkReply* reply)
     delete queue.takeAt(index);
     if (queue.isEmpty())
         m_retryQueues.remove(url);
-    if (m_retryQueues.isEmpty())
-        m_retryTimer.stop();
+    sendDueChanges(); // the change behind it may go now
 }
 
 } // namespace hue

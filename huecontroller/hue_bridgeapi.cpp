@@ -6,11 +6,52 @@
 
 #include <QNetworkAccessManager>
 
+#include <algorithm>
 #include <cmath>
 
 namespace hue {
 
+namespace {
+
+// The body members of each way of giving a colour, in both dialects: xy ("xy"; "color" in
+// version 2), colour temperature ("ct"; "color_temperature") and hue with saturation.
+const QList<QList<const char*>> kColourMemberGroups = {
+    {"xy", "color"}, {"ct", "color_temperature"}, {"hue", "sat"}};
+
+} // namespace
+
 BridgeAPI::BridgeAPI(CBridge* bridge) : QObject(bridge), m_bridge(bridge) {}
+
+QByteArray BridgeAPI::mergeChangeBodies(const QByteArray& older, const QByteArray& newer)
+{
+    std::unique_ptr<minijson::CEntity> base;
+    std::unique_ptr<minijson::CEntity> update;
+    try {
+        base = minijson::CParser::Parse(older.constData(), older.size());
+        update = minijson::CParser::Parse(newer.constData(), newer.size());
+    } catch (const minijson::CException&) {
+        return newer;
+    }
+    if (!base->IsObject() || !update->IsObject())
+        return newer;
+    minijson::CObject& merged = base->Object();
+    const minijson::CObject& latest = update->Object();
+    const QList<QList<const char*>>& groups = kColourMemberGroups;
+    for (const QList<const char*>& group : groups) {
+        const bool latestHasIt =
+            std::any_of(group.cbegin(), group.cend(), [&](const char* name) { return latest.Contains(name); });
+        if (!latestHasIt)
+            continue;
+        for (const QList<const char*>& other : groups) {
+            if (other != group) {
+                for (const char* name : other)
+                    merged.Remove(name);
+            }
+        }
+    }
+    merged.MergeFrom(latest, true);
+    return QByteArray::fromStdString(minijson::CWriter(true, "  ").Write(merged));
+}
 
 BridgeAPI::~BridgeAPI() = default;
 

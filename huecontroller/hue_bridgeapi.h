@@ -67,6 +67,12 @@ public:
     virtual LightType determineLightType(const minijson::CObject& state) = 0;
     virtual std::unique_ptr<minijson::CObject>
     buildChangeRequest(const CLight& light, const QMap<ChangeItem, QVariant>& changes) = 0;
+    // Folds a newer change body into an older one of the same light that has not been sent yet,
+    // so that a queue holds one waiting body per light: members of the newer body replace those
+    // of the older, and a newer colour of one kind drops an older colour of another kind (the
+    // bridge would otherwise apply the older one by its own precedence). An older body that is
+    // not a JSON object is replaced whole.
+    static QByteArray mergeChangeBodies(const QByteArray& older, const QByteArray& newer);
     virtual void gatherSupportInfo() = 0;
     virtual bool hasPendingSupportInfoRequests() const;
     // Issues the next pending support-information request (marked "hueSupportInfo").

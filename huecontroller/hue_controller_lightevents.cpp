@@ -28,6 +28,10 @@ void CController::connectLightEvents(CBridge* bridge)
     connect(bridge, &CBridge::lightRemoved, this, &CController::lightDeleted);
     connect(bridge, &CBridge::lightUnresponsive, this, &CController::lightUnresponsive);
     connect(bridge, &CBridge::lifeSign, this, &CController::lightLifeSign);
+    // Changes the bridge never took within its bound: the hub sees the light's error output.
+    connect(bridge, &CBridge::lightChangeFailed, this, [this](CLight* light, bool failed) {
+        sendOutputValue(*light, ODP_INFO_ERROR, failed ? QStringLiteral("1") : QStringLiteral("0"));
+    });
     // A bridge that comes after the hub switched to night caps its switch-ons at once.
     bridge->setNightMode(m_night);
 }

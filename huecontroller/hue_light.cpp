@@ -10,7 +10,6 @@ namespace hue {
 namespace {
 
 constexpr quint16 kDeviceSerialPrefix = 0xBEED;
-constexpr int kCommandDelayMs = 200;
 constexpr int kDimIntervalMs = 500;
 
 } // namespace
@@ -24,6 +23,7 @@ CLight::CLight(CBridge* bridge, const QByteArray& hueId, const QByteArray& secon
       m_colourCapability(lightType == LightColor ? 3 : 1), m_commandTimer(new QTimer(this))
 {
     m_commandTimer->setSingleShot(true);
+    m_commandTimer->setTimerType(Qt::PreciseTimer); // a coarse timer may fire 5 % late
     m_commandTimer->setInterval(kCommandDelayMs);
     m_commandTimer->setProperty("hueLightID", m_hueId);
 

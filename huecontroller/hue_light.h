@@ -180,6 +180,8 @@ public:
     // True when a pending command switches the light off.
     bool isGoingToTurnOff() const;
     // 200 ms single shot; carries the property "hueLightID" = hueId.
+    // Single shot: the light's pending changes go out this long after the last of a burst.
+    static constexpr int kCommandDelayMs = 200;
     QTimer* commandTimer() const { return m_commandTimer; }
     QElapsedTimer& lastChange() { return m_lastChange; }
 

@@ -112,10 +112,10 @@ private slots:
         bridge->api()->sendSetStateRequest(*bridge->lightById("2"), "{\"bri\":40}", {});
         QTRY_COMPARE(env.emulator().heldRequestCount(), 1);
         QTRY_COMPARE(env.requests("PUT", "/api/").size(), size_t(2)); // light 2 is not held up by light 1
+        // The changes behind the one in flight wait as one body: the latest value wins.
         const QString key = bridge->api()->createRequest("lights/1/state").url().toString();
-        QCOMPARE(bridge->retryQueues().value(key).size(), 3);
+        QCOMPARE(bridge->retryQueues().value(key).size(), 2);
         QVERIFY(!bridge->retryQueues().value(key).at(1)->inFlight);
-        QVERIFY(bridge->isRetryTimerActive());
         QVERIFY(log.contains("delaying request but retry timer is not active: " +
                              key.toUtf8().replace(bridge->userName().toUtf8(), "***")));
 
@@ -124,50 +124,93 @@ private slots:
         QVERIFY(!bridge->isRetryTimerActive());
         std::vector<std::string> bodies;
         for (const auto& request : env.requests("PUT", statePath))
-            bodies.push_back(request.body);
-        QCOMPARE(bodies, (std::vector<std::string>{"{\"bri\":10}", "{\"bri\":20}", "{\"bri\":30}"}));
+            bodies.push_back(QByteArray::fromStdString(request.body).replace(' ', "").replace('\n', "").toStdString());
+        QCOMPARE(bodies, (std::vector<std::string>{"{\"bri\":10}", "{\"bri\":30}"}));
     }
 
-    void throttledChangesAreRetried_data()
+    // A bridge that refuses (429, 503) or cannot be reached pauses the sending for the whole
+    // bridge (its Retry-After, else a growing pause) and gets the change in the end, however long
+    // it takes within the bound. The clock is moved here and the retry slot called directly.
+    void troubledBridgesGetTheChangeInTheEnd_data()
     {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<int>("throttled");
-        QTest::addColumn<int>("sent");
-        QTest::addColumn<bool>("gaveUp");
-        QTest::addRow("429 three times") << 429 << 3 << 4 << false;
-        QTest::addRow("429 for ever") << 429 << -1 << 50 << true;
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<qint64>("firstPause");
+        QTest::addColumn<int>("maxPuts");
+        QTest::addRow("429 for 60 s") << "429" << qint64(500) << 14;
+        QTest::addRow("503 with Retry-After 1 for 60 s") << "503" << qint64(1000) << 63;
+        QTest::addRow("connections refused for 60 s") << "refuse" << qint64(1000) << 9;
     }
-
-    void throttledChangesAreRetried()
+    void troubledBridgesGetTheChangeInTheEnd()
     {
-        QFETCH(int, status);
-        QFETCH(int, throttled);
-        QFETCH(int, sent);
-        QFETCH(bool, gaveUp);
+        QFETCH(QString, fault);
+        QFETCH(qint64, firstPause);
+        QFETCH(int, maxPuts);
         EmulatedBridge env;
         auto bridge = env.makePairedBridge();
         QVERIFY(bridge);
         const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/1/state";
-        env.emulator().throttle(status, throttled, statePath, "PUT");
+        if (fault == "refuse")
+            QVERIFY(env.emulator().refuseConnections());
+        else
+            env.emulator().throttle(fault.toInt(), -1, statePath, "PUT");
 
         LogCapture log;
-        const quint64 id = bridge->api()->sendSetStateRequest(*bridge->lightById("1"), "{\"bri\":77}", {});
-        // Each throttled answer puts the request back; the retry tick is driven here directly.
-        for (int round = 0; round < 60 && !bridge->retryQueues().isEmpty(); ++round) {
-            QVERIFY(QTest::qWaitFor(
-                [&] {
-                    const auto queues = bridge->retryQueues();
-                    return queues.isEmpty() || !queues.first().first()->inFlight;
-                },
-                5000));
+        const qint64 start = Clock::nowMs();
+        auto waitUntilBack = [&] {
+            return QTest::qWaitFor(
+                [&] { return bridge->retryQueues().isEmpty() || !bridge->retryQueues().first().first()->inFlight; },
+                5000);
+        };
+        bridge->api()->sendSetStateRequest(*bridge->lightById("1"), "{\"bri\":70}", {});
+        QVERIFY(waitUntilBack());
+        const qint64 pause = bridge->pacer().waitMs(SendPacer::LightChange, Clock::nowMs());
+        QVERIFY2(pause > firstPause - 300 && pause <= firstPause, qPrintable(QString::number(pause)));
+        // Newer changes made meanwhile join the waiting one.
+        bridge->api()->sendSetStateRequest(*bridge->lightById("1"), "{\"bri\":77}", {});
+        QCOMPARE(bridge->retryQueues().first().size(), 1);
+        while (Clock::nowMs() - start < 60000) {
+            Clock::advance(qMax<qint64>(1, bridge->pacer().waitMs(SendPacer::LightChange, Clock::nowMs())));
             bridge->onRetryTimer();
+            QVERIFY(waitUntilBack());
         }
-        QTRY_COMPARE(bridge->activeReplyCount(), 0);
-        QCOMPARE(int(env.requests("PUT", statePath).size()), sent);
-        QCOMPARE(log.contains("giving up on request id " + QByteArray::number(id)), gaveUp);
-        QCOMPARE(log.contains("network reply error while receiving light request reply"), gaveUp);
-        QCOMPARE(int(bridge->lightById("1")->bridgeState().brightness()) == 77, !gaveUp);
+        if (fault == "refuse")
+            QVERIFY(env.emulator().acceptConnections());
         env.emulator().clearThrottles();
+        Clock::advance(bridge->pacer().waitMs(SendPacer::LightChange, Clock::nowMs()));
+        bridge->onRetryTimer();
+        QTRY_VERIFY(bridge->retryQueues().isEmpty());
+        QTRY_COMPARE(int(bridge->lightById("1")->bridgeState().brightness()), 77);
+        QVERIFY(!log.contains("giving up on request id"));
+        if (fault != "refuse")
+            QVERIFY(int(env.requests("PUT", statePath).size()) <= maxPuts);
+        QCOMPARE(bridge->pacer().troubleSinceMs(), qint64(-1));
+    }
+
+    // Past the bound the waiting changes are given up, and the light's error output is set until
+    // one of its changes goes through again.
+    void changesAreGivenUpPastTheBound()
+    {
+        EmulatedBridge env;
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge);
+        const std::string statePath = "/api/" + bridge->userName().toStdString() + "/lights/1/state";
+        env.emulator().throttle(429, -1, statePath, "PUT");
+        QSignalSpy failed(bridge.get(), &CBridge::lightChangeFailed);
+        LogCapture log;
+        const quint64 id = bridge->api()->sendSetStateRequest(*bridge->lightById("1"), "{\"bri\":50}", {});
+        QTRY_VERIFY(!bridge->retryQueues().first().first()->inFlight);
+        Clock::advance(CBridge::kGiveUpAfterMs + 1);
+        bridge->onRetryTimer();
+        QTRY_VERIFY(bridge->retryQueues().isEmpty());
+        QVERIFY(log.contains("giving up on request id " + QByteArray::number(id)));
+        QCOMPARE(failed.size(), 1);
+        QCOMPARE(failed.first().at(1).toBool(), true);
+
+        env.emulator().clearThrottles();
+        Clock::advance(60000);
+        bridge->api()->sendSetStateRequest(*bridge->lightById("1"), "{\"bri\":60}", {});
+        QTRY_COMPARE(failed.size(), 2);
+        QCOMPARE(failed.last().at(1).toBool(), false);
     }
 
     void ignoredBridgeIsNotPolled()
