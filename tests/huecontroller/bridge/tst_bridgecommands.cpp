@@ -191,6 +191,30 @@ private slots:
         else
             QVERIFY(lamp->pendingCommands().isEmpty()); // nothing is queued, so nothing is sent
     }
+
+    // A burst waits 200 ms after its last change, but never more than 400 ms after its first:
+    // a dragged slider moves the light while it is dragged.
+    void coalescingIsBounded()
+    {
+        CBridge bridge(3);
+        auto* lamp = new CLight(&bridge, "1", {}, 1, ItemLight, LightDimmable);
+        bridge.addLight(lamp);
+        QList<int> intervals;
+        for (int step = 0; step < 5; ++step) {
+            bridge.requestLightChange("1", ChangeBrightness, 10 * step + 10);
+            intervals << lamp->commandTimer()->remainingTime() / 10 * 10;
+            Clock::advance(100);
+        }
+        QCOMPARE(intervals.mid(0, 3), (QList<int>{200, 200, 200}));
+        QVERIFY2(intervals[3] <= 100 && intervals[3] >= 90, qPrintable(QString::number(intervals[3])));
+        QCOMPARE(intervals[4], 0);
+        QCOMPARE(lamp->commandTimer()->timerType(), Qt::PreciseTimer);
+        // Once sent, the next burst has its own 400 ms.
+        QMetaObject::invokeMethod(lamp->commandTimer(), "timeout", Qt::DirectConnection);
+        QVERIFY(lamp->pendingCommands().isEmpty());
+        bridge.requestLightChange("1", ChangeBrightness, 99);
+        QVERIFY(lamp->commandTimer()->remainingTime() > 190);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestBridgeCommands)
