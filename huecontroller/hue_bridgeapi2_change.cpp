@@ -219,12 +219,14 @@ void BridgeAPI2::sendGeofenceRequest(QNetworkReply* reply, const char* kind)
 
 void BridgeAPI2::updateGeofenceName()
 {
+    // The silence limit holds with or without a geofence client: a hub that has no serial
+    // number yet has none, and its stream must still be reopened when it falls silent.
+    if (m_stream->abortIfSilent())
+        return;
     if (m_geofenceClientId.isEmpty() || !m_stream->isOpen()) {
         LOG_DETAIL << "skipping eventstream ping" << m_stream->stateText();
         return;
     }
-    if (m_stream->abortIfSilent())
-        return;
     const QByteArray prefix = geofenceNamePrefix();
     QNetworkAccessManager* nam = m_bridge->networkAccessManager();
     if (prefix.isEmpty() || !nam)

@@ -255,6 +255,26 @@ private slots:
         QVERIFY(log.contains("skipping eventstream ping reply_deleted"));
     }
 
+    // A hub without a serial number has no geofence client to rename; a silent stream is still
+    // aborted and reopened.
+    void silenceAbortWithoutGeofenceClient()
+    {
+        setConfig("generic/serialNumber", "");
+        EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge && openStream(env, *bridge));
+        BridgeAPI2* api = v2(*bridge);
+        QVERIFY(api->geofenceClientId().isEmpty());
+        env.emulator().stallEventStreams(true);
+        LogCapture log;
+        Clock::advance(180001);
+        api->updateGeofenceName();
+        setConfig("generic/serialNumber", kSerial);
+        QVERIFY(log.contains("eventstream ping timeout"));
+        QTRY_VERIFY(!api->eventStream()->isOpen());
+        QVERIFY(api->eventStream()->openTimer().isActive());
+    }
+
     void geofenceClient_data()
     {
         QTest::addColumn<QString>("situation");
