@@ -179,6 +179,8 @@ void CBridge::deleteLight(CLight* light)
         return;
     emit lightRemoved(light);
     m_startStopEntries.remove(light->hueId());
+    m_itemSentSerials.remove(light->hueId());
+    m_firstPendingMs.remove(light->hueId());
     eraseLight(light->hueId());
     delete light;
 }

@@ -166,6 +166,17 @@ public:
     const QMap<QString, QList<RetryingRequest*>>& retryQueues() const { return m_retryQueues; }
     bool isRetryTimerActive() const { return m_retryTimer.isActive(); }
     SendPacer& pacer() { return m_pacer; }
+    // The change items of a light that are pending, waiting in its queue or in flight: a poll
+    // reply that left the bridge before they arrived must not put the old values back.
+    QSet<ChangeItem> itemsUnderway(const QByteArray& lightId) const;
+    // itemsUnderway, and the items whose latest change went out after `pollReply` did: the
+    // poll's values for them are older than what the bridge has been told since.
+    QSet<ChangeItem> itemsNewerThan(const QByteArray& lightId, QNetworkReply* pollReply) const;
+    // Every tracked reply: a serial in the order requests went out.
+    static constexpr const char* kSentSerialProperty = "hueSentSerial";
+    // Reply and queue property: the ChangeItems of a change body, one bit each.
+    static constexpr const char* kChangeItemsProperty = "hueChangeItems";
+    static int changeItemBits(const QList<ChangeItem>& items);
 
     // --- Pairing (hue_bridge_pairing.cpp) ------------------------------------------------------
     UserNameState userNameState() const { return m_userNameState; }
@@ -315,6 +326,8 @@ private:
     SendPacer m_pacer;
     QHash<QByteArray, qint64> m_firstPendingMs; // light id -> when its oldest pending change came
     QSet<QByteArray> m_failedLights;             // lights whose changes were given up
+    quint64 m_sentSerial = 0;
+    QHash<QByteArray, QHash<int, quint64>> m_itemSentSerials; // light -> item -> serial of its last change
     quint64 m_requestCounter = 1;
     QSet<QNetworkReply*> m_activeReplies;
     QMap<QNetworkReply*, ElapsedTimer> m_replyStartTimes;

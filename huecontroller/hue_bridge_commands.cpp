@@ -315,12 +315,54 @@ void CBridge::execCommands()
     QMap<QByteArray, QVariant> properties;
     if (turningOn)
         properties.insert("hueLightTurningOn", true);
+    properties.insert(kChangeItemsProperty, changeItemBits(pending.keys()));
     const quint64 id = m_api->sendSetStateRequest(*light, text, properties);
     if (pending.contains(ChangeTimer))
         m_pendingLightChanges.insert(id, light->hueId());
     m_lastRequest.start();
     pending.clear();
     m_firstPendingMs.remove(light->hueId());
+}
+
+int CBridge::changeItemBits(const QList<ChangeItem>& items)
+{
+    int bits = 0;
+    for (ChangeItem item : items)
+        bits |= 1 << int(item);
+    return bits;
+}
+
+QSet<ChangeItem> CBridge::itemsUnderway(const QByteArray& lightId) const
+{
+    QSet<ChangeItem> items;
+    if (const CLight* light = lightById(lightId)) {
+        const QList<ChangeItem> pending = light->pendingCommands().keys();
+        items = QSet<ChangeItem>(pending.cbegin(), pending.cend());
+    }
+    for (const QList<RetryingRequest*>& queue : m_retryQueues) {
+        if (queue.isEmpty() || queue.first()->lightId != lightId)
+            continue;
+        for (const RetryingRequest* entry : queue) {
+            const int bits = entry->properties.value(kChangeItemsProperty).toInt();
+            for (int item = ChangeOn; item <= ChangeTimer; ++item) {
+                if (bits & (1 << item))
+                    items.insert(ChangeItem(item));
+            }
+        }
+    }
+    return items;
+}
+
+QSet<ChangeItem> CBridge::itemsNewerThan(const QByteArray& lightId, QNetworkReply* pollReply) const
+{
+    QSet<ChangeItem> items = itemsUnderway(lightId);
+    const quint64 pollSent = pollReply ? pollReply->property(kSentSerialProperty).toULongLong() : 0;
+    const QHash<int, quint64> sent = m_itemSentSerials.value(lightId);
+    for (auto it = sent.cbegin(); it != sent.cend(); ++it) {
+        if (it.value() > pollSent)
+            items.insert(ChangeItem(it.key()));
+    }
+    return items;
 }
 
 double CBridge::startStopTimerDurationSeconds(const QByteArray& lightId) const

@@ -35,6 +35,7 @@ quint64 CBridge::trackReply(QNetworkReply* reply)
     m_replyStartTimes.insert(reply, started);
     if (!reply->property("hueRequestCounter").isValid())
         reply->setProperty("hueRequestCounter", qulonglong(++m_requestCounter));
+    reply->setProperty(kSentSerialProperty, qulonglong(++m_sentSerial));
     return reply->property("hueRequestCounter").toULongLong();
 }
 
@@ -163,6 +164,12 @@ void CBridge::sendQueuedRequest(RetryingRequest& entry)
     entry.inFlight = true;
     ++entry.attempts;
     trackReply(reply);
+    const int bits = entry.properties.value(kChangeItemsProperty).toInt();
+    QHash<int, quint64>& sent = m_itemSentSerials[entry.lightId];
+    for (int item = ChangeOn; item <= ChangeTimer; ++item) {
+        if (bits & (1 << item))
+            sent.insert(item, m_sentSerial);
+    }
 }
 
 quint64 CBridge::queueLightchangeRequest(const QNetworkRequest& request, const QByteArray& body,
@@ -178,8 +185,11 @@ quint64 CBridge::queueLightchangeRequest(const QNetworkRequest& request, const Q
     if (!queue.isEmpty() && !queue.last()->inFlight) {
         RetryingRequest* waiting = queue.last();
         waiting->body = BridgeAPI::mergeChangeBodies(waiting->body, body);
+        const int items = waiting->properties.value(kChangeItemsProperty).toInt() |
+                          properties.value(kChangeItemsProperty).toInt();
         for (auto it = properties.cbegin(); it != properties.cend(); ++it)
             waiting->properties.insert(it.key(), it.value());
+        waiting->properties.insert(kChangeItemsProperty, items);
         LOG_DETAIL << "merged change into waiting request" << waiting->id << "for light" << lightId;
         return waiting->id;
     }
