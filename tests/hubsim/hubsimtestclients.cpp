@@ -49,3 +49,31 @@ void TestDevice::onDataPointValueChanged(InternalId id, QString value, int token
         m_hub->call(SocketInterface::NoBlock, QStringLiteral("confirmDataPointValueChanged"), token,
                     confirmResult);
 }
+
+TestBrowser::TestBrowser(const QString& socketDir, const QByteArray& clientName)
+    : m_hub(std::make_unique<SocketInterface>(SocketConnection::LocalSocket,
+                                              QStringLiteral("com.orlux.tamsa.system"), socketDir, nullptr,
+                                              clientName))
+{
+    m_hub->connectDynamicSignal(
+        "mDNSServiceChanged(bool, QByteArray, QByteArray, QByteArray, QByteArray, int, QByteArray, "
+        "QStringList)",
+        this,
+        "onServiceChanged(bool,QByteArray,QByteArray,QByteArray,QByteArray,int,QByteArray,QStringList)");
+}
+
+void TestBrowser::watch(const QString& type)
+{
+    m_hub->call(SocketInterface::NoBlock, QStringLiteral("watchMDNSServiceType"), type,
+                QStringLiteral("testbrowser"));
+}
+
+void TestBrowser::onServiceChanged(bool added, QByteArray type, QByteArray name, QByteArray domain,
+                                   QByteArray host, int port, QByteArray address, QStringList txt)
+{
+    heard << QStringList{added ? "added" : "removed", QString::fromUtf8(type),
+                         QString::fromUtf8(name),     QString::fromUtf8(domain),
+                         QString::fromUtf8(host),     QString::number(port),
+                         QString::fromUtf8(address),  txt.join(',')}
+                 .join('|');
+}

@@ -40,3 +40,23 @@ public slots:
 private:
     std::unique_ptr<SocketInterface> m_hub;
 };
+
+// A client of the system service as the Hue service is one: it subscribes to mDNSServiceChanged,
+// then watches a type; every signal it hears is kept as "added|type|name|domain|host|port|address|txt".
+class TestBrowser : public QObject
+{
+    Q_OBJECT
+
+public:
+    TestBrowser(const QString& socketDir, const QByteArray& clientName = "testbrowser");
+    void watch(const QString& type);
+
+    QStringList heard;
+
+public slots:
+    void onServiceChanged(bool added, QByteArray type, QByteArray name, QByteArray domain, QByteArray host,
+                          int port, QByteArray address, QStringList txt);
+
+private:
+    std::unique_ptr<SocketInterface> m_hub;
+};

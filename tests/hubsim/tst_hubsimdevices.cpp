@@ -5,9 +5,34 @@
 #include <devicedescription.h>
 #include <hubsimulator.h>
 
+#include <systemservice.h>
+
 #include <QtTest>
 
 namespace {
+
+// "announce NAME PORT [TYPE]" or "remove NAME [TYPE]" through the control service, as hubctl does.
+void announce(HubSimulator& hub, const QString& step)
+{
+    const QStringList words = step.split(' ');
+    const bool added = words[0] == "announce";
+    const QString type = words.value(added ? 3 : 2, "_hue._tcp");
+    const QVariantMap answer =
+        hub.control()->mdns(added, type, words[1], words[1].toLower() + ".local", "127.0.0.1",
+                            added ? words[2].toInt() : 0, {"bridgeid=001788fffe123456"});
+    QVERIFY(answer.value("ok").toBool());
+}
+
+// Waits until `browser` has heard everything hubsim sent it so far: a last announcement of
+// `type` goes out after the replay and arrives behind it; it is taken off again.
+void settle(HubSimulator& hub, TestBrowser& browser, const QString& type)
+{
+    QTRY_VERIFY(hub.system()->isWatched("mdns", type));
+    QTRY_COMPARE(hub.system()->pendingReplayCount(), 0);
+    announce(hub, "announce Marker 1 " + type);
+    QTRY_VERIFY(!browser.heard.isEmpty() && browser.heard.last().contains("|Marker|"));
+    browser.heard.removeLast();
+}
 
 QByteArray channelXml(const QByteArray& content)
 {
@@ -29,8 +54,8 @@ QStringList summary(const DeviceDescription& description)
 
 } // namespace
 
-// Device descriptions as the simulated hub reads them, the identifiers it gives datapoints, and a
-// device whose description it cannot use.
+// Device descriptions as the simulated hub reads them, the identifiers it gives datapoints, a
+// device whose description it cannot use, and the system service's mDNS browser.
 class TestHubsimDevices : public QObject
 {
     Q_OBJECT
@@ -129,6 +154,70 @@ private slots:
         QTRY_COMPARE(device.ready.size(), 1);
         QVERIFY(!device.ready.first().second);
         QVERIFY(!hub.control()->devices().first().toMap().value("descriptionValid").toBool());
+    }
+
+    void watchHearsTheServicesAlreadyKnown_data()
+    {
+        QTest::addColumn<QStringList>("before"); // announcements before the watch
+        QTest::addColumn<QStringList>("heard");  // name:port of each service heard at the watch
+        QTest::addRow("none") << QStringList{} << QStringList{};
+        QTest::addRow("every known one, in order") << QStringList{"announce Hall 443", "announce Attic 8443"}
+                                                   << QStringList{"Hall:443", "Attic:8443"};
+        QTest::addRow("a removed one is forgotten")
+            << QStringList{"announce Hall 443", "announce Attic 80", "remove Hall"}
+            << QStringList{"Attic:80"};
+        QTest::addRow("announced again: the newest address")
+            << QStringList{"announce Hall 443", "announce Hall 8443"} << QStringList{"Hall:8443"};
+        QTest::addRow("only the watched type")
+            << QStringList{"announce Printer 631 _ipp._tcp", "announce Hall 443"} << QStringList{"Hall:443"};
+    }
+
+    void watchHearsTheServicesAlreadyKnown()
+    {
+        QFETCH(QStringList, before);
+        QFETCH(QStringList, heard);
+        QTemporaryDir dir;
+        HubSimulator hub(HubSimOptions{dir.path()});
+        QVERIFY(hub.start());
+        for (const QString& step : before)
+            announce(hub, step);
+
+        TestBrowser browser(dir.path());
+        browser.watch("_hue._tcp");
+        settle(hub, browser, "_hue._tcp");
+        QStringList got;
+        for (const QString& signal : browser.heard) {
+            const QStringList fields = signal.split('|');
+            QCOMPARE(fields.mid(0, 5),
+                     (QStringList{"added", "_hue._tcp", fields[2], "local", fields[2].toLower() + ".local"}));
+            QCOMPARE(fields.mid(6), (QStringList{"127.0.0.1", "bridgeid=001788fffe123456"}));
+            got << fields[2] + ':' + fields[5];
+        }
+        QCOMPARE(got, heard);
+    }
+
+    void onlyTheNewWatcherHearsTheKnownServicesAgain()
+    {
+        QTemporaryDir dir;
+        HubSimulator hub(HubSimOptions{dir.path()});
+        QVERIFY(hub.start());
+        TestBrowser early(dir.path(), "early");
+        early.watch("_hue._tcp");
+        settle(hub, early, "_hue._tcp");
+        announce(hub, "announce Hall 443");
+        QTRY_COMPARE(early.heard.size(), 1);
+
+        {
+            // A service restarted after the announcement: a new connection, the same watch.
+            TestBrowser restarted(dir.path(), "restarted");
+            restarted.watch("_hue._tcp");
+            QTRY_COMPARE(restarted.heard.size(), 2); // the marker and the bridge
+            QVERIFY(restarted.heard.last().startsWith("added|_hue._tcp|Hall|"));
+        }
+        announce(hub, "remove Hall");
+        QTRY_COMPARE(early.heard.size(), 2);
+        QVERIFY(early.heard.last().startsWith("removed|_hue._tcp|Hall|"));
+        QVERIFY(hub.system()->knownServices().size() == 1); // the marker alone
     }
 };
 

@@ -214,10 +214,17 @@ QVariantMap ControlService::status()
                                    {"requester", watch.requester},
                                    {"client", watch.client},
                                    {"since", devicevariant::timeText(watch.since)}});
+    QVariantList known;
+    for (const SystemService::KnownService& service : m_parts.system->knownServices())
+        known.append(QVariantMap{{"type", service.type},
+                                 {"name", service.name},
+                                 {"address", service.address},
+                                 {"port", service.port}});
     return {{"socketDir", m_parts.socketDir},
             {"socketType", m_parts.tcp ? QStringLiteral("tcp") : QStringLiteral("local")},
             {"database", m_parts.database->configStore().databaseFile()},
             {"services", services},
             {"watches", watches},
+            {"mdnsServices", known},
             {"supervisor", m_parts.supervisor->status()}};
 }

@@ -3,10 +3,41 @@
 #include "hubeventlog.h"
 
 #include <common/logginginterface.h>
+#include <common/messaging/socketconnection.h>
+#include <common/messaging/socketmessage.h>
+
+#include <QTimer>
+
+#include <algorithm>
+
+namespace {
+
+constexpr char kMdnsSignature[] =
+    "mDNSServiceChanged(bool,QByteArray,QByteArray,QByteArray,QByteArray,int,QByteArray,QStringList)";
+
+// The signal's arguments, in the order the hub's browser sends them.
+QVector<SocketArgument> mdnsArguments(bool added, const SystemService::KnownService& service)
+{
+    return {SocketArgument(added),
+            SocketArgument(service.type.toUtf8()),
+            SocketArgument(service.name.toUtf8()),
+            SocketArgument(QByteArrayLiteral("local")),
+            SocketArgument(service.host.toUtf8()),
+            SocketArgument(qint32(service.port)),
+            SocketArgument(service.address.toUtf8()),
+            SocketArgument(service.txt)};
+}
+
+} // namespace
 
 SystemService::SystemService(HubEventLog* events, QObject* parent)
     : HubService(QLatin1String(hubservices::kSystem), events, parent)
 {
+    connect(this, &SocketAdaptor::subscriptionReceived, this,
+            [this](SocketConnection* connection, const QByteArray& signature) {
+                if (signature == kMdnsSignature)
+                    sendKnownServices(connection);
+            });
 }
 
 void SystemService::watchMDNSServiceType(QString serviceType, QString requester)
@@ -50,6 +81,11 @@ void SystemService::addWatch(const QString& kind, const QString& type, const QSt
     if (!known)
         m_watches.append(
             Watch{kind, type, requester, callerName(), QDateTime::currentDateTime(), connection});
+    if (kind == QLatin1String("mdns") && connection) {
+        // After the call has been answered, as a browser reports what it finds after it starts.
+        m_pendingReplays.append(PendingReplay{connection, type});
+        QTimer::singleShot(0, this, [this, connection] { sendKnownServices(connection); });
+    }
     postCall(kind == QLatin1String("mdns") ? QStringLiteral("watchMDNSServiceType")
                                            : QStringLiteral("watchSSDPNotificationType"),
              {{"type", type}, {"requester", requester}});
@@ -70,8 +106,67 @@ void SystemService::removeWatch(const QString& kind, const QString& type, const 
     postCall(QStringLiteral("unwatchSSDPNotificationType"), {{"type", type}, {"requester", requester}});
 }
 
+void SystemService::sendKnownServices(const SocketConnection* connection)
+{
+    SocketConnection* live = nullptr;
+    for (SocketConnection* candidate : connections())
+        live = candidate == connection ? candidate : live;
+    if (!live || !subscriptions(live).contains(kMdnsSignature))
+        return; // gone, or not subscribed yet: the subscription sends them
+    QList<PendingReplay> due;
+    for (auto it = m_pendingReplays.begin(); it != m_pendingReplays.end();) {
+        if (it->connection == connection) {
+            due.append(*it);
+            it = m_pendingReplays.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    for (const PendingReplay& replay : due) {
+        for (const KnownService& service : m_known) {
+            if (service.type != replay.type)
+                continue;
+            SocketMessage message;
+            message.type = socketwire::Signal;
+            message.name = QByteArrayLiteral("mDNSServiceChanged");
+            message.arguments = mdnsArguments(true, service);
+            const QByteArray bytes = message.encode();
+            const bool sent = !bytes.isEmpty() && live->writeBytesNow(bytes);
+            if (!sent)
+                LOG_ERROR << "cannot send known service" << service.name << "to" << clientName(live);
+            events()->post(QStringLiteral("mDNSServiceReplayed"),
+                           {{"type", service.type},
+                            {"name", service.name},
+                            {"address", service.address},
+                            {"port", service.port},
+                            {"client", QString::fromUtf8(clientName(live))},
+                            {"sent", sent}});
+        }
+    }
+}
+
+void SystemService::rememberService(bool added, const KnownService& service)
+{
+    auto same = [&service](const KnownService& other) {
+        return other.type == service.type && other.name == service.name;
+    };
+    auto it = std::find_if(m_known.begin(), m_known.end(), same);
+    if (!added) {
+        if (it != m_known.end())
+            m_known.erase(it);
+    } else if (it != m_known.end()) {
+        *it = service; // announced again, perhaps at a new address
+    } else {
+        m_known.append(service);
+    }
+}
+
 void SystemService::clientGone(SocketConnection* connection, const QByteArray& name)
 {
+    m_pendingReplays.erase(
+        std::remove_if(m_pendingReplays.begin(), m_pendingReplays.end(),
+                       [connection](const PendingReplay& replay) { return replay.connection == connection; }),
+        m_pendingReplays.end());
     const int before = m_watches.size();
     m_watches.erase(
         std::remove_if(m_watches.begin(), m_watches.end(),
@@ -94,12 +189,13 @@ SystemService::Announcement SystemService::mdnsService(bool added, const QString
                                                        const QString& host, const QString& address, int port,
                                                        const QStringList& txt)
 {
+    const KnownService service{type, name, host, address, port, txt};
+    rememberService(added, service);
     Announcement result;
     result.watched = isWatched(QStringLiteral("mdns"), type);
-    result.subscribers = subscriberCount(
-        "mDNSServiceChanged(bool,QByteArray,QByteArray,QByteArray,QByteArray,int,QByteArray,QStringList)");
-    result.ok = emitSignal(QStringLiteral("mDNSServiceChanged"), added, type.toUtf8(), name.toUtf8(),
-                           QByteArrayLiteral("local"), host.toUtf8(), port, address.toUtf8(), txt);
+    result.subscribers = subscriberCount(kMdnsSignature);
+    result.ok =
+        emitSignalWithArgumentList(QStringLiteral("mDNSServiceChanged"), mdnsArguments(added, service));
     if (!result.ok)
         result.error = QStringLiteral("the signal could not be sent");
     events()->post(QStringLiteral("mDNSServiceChanged"), {{"added", added},

@@ -12,6 +12,10 @@
 // watches (until the client goes away) and sends the discovery signals when hubctl says so. It
 // never sends or receives multicast itself.
 //
+// Like a real mDNS browser it remembers the services announced (until they are removed): a client
+// that starts watching a type hears at once of every such service already known, so a service
+// restarted after an announcement still learns of the bridge.
+//
 // The signals and what hubsim puts in them:
 //   networkEvent(int event, QByteArray text)
 //   mDNSServiceChanged(bool added, QByteArray type, QByteArray name, QByteArray domain ("local"),
@@ -56,6 +60,21 @@ public:
     };
     Announcement mdnsService(bool added, const QString& type, const QString& name, const QString& host,
                              const QString& address, int port, const QStringList& txt);
+
+    // A service announced and not yet removed, as a new watcher of its type hears of it.
+    struct KnownService
+    {
+        QString type;
+        QString name;
+        QString host;
+        QString address;
+        int port = 0;
+        QStringList txt;
+    };
+    const QList<KnownService>& knownServices() const { return m_known; }
+    // Watches whose known services wait for the watcher's subscription or the next turn of the
+    // event loop.
+    int pendingReplayCount() const { return m_pendingReplays.size(); }
     enum class SsdpKind
     {
         Alive,   // ssdpDiscoveryReceived(true, ...)
@@ -72,6 +91,18 @@ protected:
 private:
     void addWatch(const QString& kind, const QString& type, const QString& requester);
     void removeWatch(const QString& kind, const QString& type, const QString& requester);
+    void rememberService(bool added, const KnownService& service);
+    // Sends the known services of each waiting type to its watcher once that watcher has
+    // subscribed to mDNSServiceChanged (a client may subscribe just after it watches).
+    void sendKnownServices(const SocketConnection* connection);
+
+    struct PendingReplay
+    {
+        const SocketConnection* connection = nullptr;
+        QString type;
+    };
 
     QList<Watch> m_watches;
+    QList<KnownService> m_known;           // in order of first announcement
+    QList<PendingReplay> m_pendingReplays; // watches whose known services are still to be sent
 };

@@ -208,6 +208,8 @@ QString status(const QVariantMap& status)
     }
     for (const QVariant& w : status.value("watches").toList())
         out += QStringLiteral("watch %1\n").arg(pairs(w.toMap()));
+    for (const QVariant& m : status.value("mdnsServices").toList())
+        out += QStringLiteral("mdns service %1\n").arg(pairs(m.toMap()));
     const QVariantMap supervisor = status.value("supervisor").toMap();
     out += QStringLiteral("supervisor: %1\n").arg(pairs(supervisor));
     return out;
