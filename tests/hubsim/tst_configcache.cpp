@@ -95,7 +95,9 @@ private slots:
         ConfigCache cache;
         QVERIFY(cache.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
         QTRY_VERIFY(cache.isReady());
-        QCOMPARE(cache.allConfigValues(), (QMap<QString, QString>{{"kept", "1"}, {"shadowed", "old"}}));
+        QCOMPARE(cache.allConfigValues(),
+                 (QMap<QString, QString>{
+                     {"kept", "1"}, {"shadowed", "old"}, {"generic/serialNumber", kDefaultHubSerialNumber}}));
     }
 
     void changesBeforeTheMapWin()
@@ -121,6 +123,52 @@ private slots:
         QVERIFY(ready.wait());
         QCOMPARE(cache.allConfigValues(),
                  (QMap<QString, QString>{{"signalled", "new"}, {"written", "mine"}, {"other", "x"}}));
+    }
+
+    void serialNumberFromTheStart_data()
+    {
+        QTest::addColumn<QString>("stored");   // in the database before the start; "" none
+        QTest::addColumn<QString>("option");   // --serial; "" none
+        QTest::addColumn<QString>("expected"); // what a client reads
+        QTest::addColumn<QString>("kept");     // in the database afterwards
+        QTest::addRow("default, written") << ""
+                                          << "" << kDefaultHubSerialNumber << kDefaultHubSerialNumber;
+        QTest::addRow("the database's") << "0001f0e1d2c3"
+                                        << ""
+                                        << "0001f0e1d2c3"
+                                        << "0001f0e1d2c3";
+        QTest::addRow("the option's, for this run only") << "0001f0e1d2c3"
+                                                         << "00019a8b7c6d"
+                                                         << "00019a8b7c6d"
+                                                         << "0001f0e1d2c3";
+    }
+
+    void serialNumberFromTheStart()
+    {
+        QFETCH(QString, stored);
+        QFETCH(QString, option);
+        QFETCH(QString, expected);
+        QFETCH(QString, kept);
+        QTemporaryDir dir;
+        if (!stored.isEmpty()) {
+            auto first = startHub(dir.path());
+            QVERIFY(first);
+            first->database()->store("generic/serialNumber", stored, true, "test");
+        }
+        HubSimOptions options;
+        options.socketDir = dir.path();
+        options.serialNumber = option;
+        {
+            HubSimulator hub(options);
+            QVERIFY(hub.start());
+            ConfigCache cache;
+            QVERIFY(cache.connectToDatabase(SocketConnection::LocalSocket, dir.path()));
+            QTRY_VERIFY(cache.isReady());
+            QCOMPARE(cache.getConfigValue("generic/serialNumber"), expected);
+        }
+        auto later = startHub(dir.path()); // without the option
+        QVERIFY(later);
+        QCOMPARE(later->database()->configStore().values().value("generic/serialNumber"), kept);
     }
 
     void connectsWhereTheHubSettingsSay_data()

@@ -34,8 +34,14 @@ int main(int argc, char** argv)
     const QCommandLineOption dbOption(
         QStringLiteral("db"), QStringLiteral("Configuration database (default DIR/hubsim-config.sqlite)."),
         QStringLiteral("FILE"));
+    const QCommandLineOption serialOption(
+        QStringLiteral("serial"),
+        QStringLiteral("The hub's serial number (generic/serialNumber) for this run, not stored; default:\n"
+                       "the database's, else %1.")
+            .arg(QLatin1String(kDefaultHubSerialNumber)),
+        QStringLiteral("TEXT"));
     const QCommandLineOption verboseOption(QStringLiteral("verbose"), QStringLiteral("Log detail as well."));
-    parser.addOptions({socketDirOption, tcpOption, superviseOption, dbOption, verboseOption});
+    parser.addOptions({socketDirOption, tcpOption, superviseOption, dbOption, serialOption, verboseOption});
     parser.process(app);
 
     if (!parser.isSet(socketDirOption)) {
@@ -55,6 +61,11 @@ int main(int argc, char** argv)
     options.tcp = parser.isSet(tcpOption);
     options.supervise = parser.isSet(superviseOption);
     options.databaseFile = parser.value(dbOption);
+    options.serialNumber = parser.value(serialOption);
+    if (parser.isSet(serialOption) && options.serialNumber.trimmed().isEmpty()) {
+        std::fprintf(stderr, "hubsim: --serial needs a text\n");
+        return 2;
+    }
     if (!QDir().mkpath(options.socketDir)) {
         std::fprintf(stderr, "hubsim: cannot create %s\n", qPrintable(options.socketDir));
         return 1;

@@ -42,6 +42,12 @@ bool HubSimulator::start(QString* error)
                          .arg(databaseFile(), storeError);
         return false;
     }
+    // A real hub knows its serial number from the start; services read it from the store.
+    const QString serialKey = QStringLiteral("generic/serialNumber");
+    if (!m_options.serialNumber.isEmpty())
+        m_store->setValue(serialKey, m_options.serialNumber, false);
+    else if (!m_store->entry(serialKey))
+        m_store->setValue(serialKey, QLatin1String(kDefaultHubSerialNumber), true);
 
     const auto type = m_options.tcp ? SocketConnection::TcpSocket : SocketConnection::LocalSocket;
     m_supervisor = new Supervisor(type, m_options.socketDir, m_events, this);

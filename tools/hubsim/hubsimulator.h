@@ -17,6 +17,9 @@ class HubService;
 class Supervisor;
 class SystemService;
 
+// The serial number a hub reports in "generic/serialNumber" unless told otherwise.
+constexpr char kDefaultHubSerialNumber[] = "0001a2b3c4d5";
+
 struct HubSimOptions
 {
     QString socketDir;
@@ -24,6 +27,9 @@ struct HubSimOptions
     bool supervise = false; // drive com.orlux.tamsa.huecontroller through its run stages
     QString databaseFile;   // empty: socketDir + "/hubsim-config.sqlite"
     int supervisorRetryMs = 1000;
+    // The hub's serial number for this run ("generic/serialNumber", not written to the
+    // database). Empty: the database's value, or kDefaultHubSerialNumber written to it.
+    QString serialNumber;
 };
 
 // The whole simulated hub in one object: the hub's services on one socket directory, the
