@@ -36,7 +36,7 @@ int main(int argc, char** argv)
         QStringLiteral("FILE"));
     const QCommandLineOption serialOption(
         QStringLiteral("serial"),
-        QStringLiteral("The hub's serial number (generic/serialNumber) for this run, not stored; default:\n"
+        QStringLiteral("The hub's serial number (generic/serialNumber) for this run, not stored; default: "
                        "the database's, else %1.")
             .arg(QLatin1String(kDefaultHubSerialNumber)),
         QStringLiteral("TEXT"));
