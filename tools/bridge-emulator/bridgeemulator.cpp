@@ -126,6 +126,7 @@ struct BridgeEmulator::Impl
     void loadCertificate(std::string* error);
     void stopFlood();
     void flushEvents();
+    void changeQuirks(const std::function<void(ClipQuirks&)>& change);
 
     ListenerCallbacks callbacks(bool controlOnly);
     bool openSet(ListenerSet& set, int port, bool controlOnly, const ServerCertificate* certificate,
@@ -249,15 +250,29 @@ void BridgeEmulator::Impl::flushEvents()
 {
     std::lock_guard<std::mutex> flushLock(flushMutex);
     v2::ResourceList view;
+    bool withoutMirekValid = false;
     {
         std::lock_guard<std::mutex> lock(modelMutex);
         if (!model.clip.enabled)
             return;
         view = v2::renderResources(model);
+        withoutMirekValid = model.clip.quirks.eventsWithoutMirekValid;
     }
-    const std::string data = resourceEvents.advance(view, std::chrono::system_clock::now());
+    const std::string data =
+        resourceEvents.advance(view, std::chrono::system_clock::now(), withoutMirekValid);
     if (!data.empty())
         events.publish(data);
+}
+
+void BridgeEmulator::Impl::changeQuirks(const std::function<void(ClipQuirks&)>& change)
+{
+    // Pending changes go out as the old way writes them; the new way is then the view later
+    // changes are compared with, so that switching it makes no events of itself.
+    flushEvents();
+    std::lock_guard<std::mutex> flushLock(flushMutex);
+    std::lock_guard<std::mutex> lock(modelMutex);
+    change(model.clip.quirks);
+    resourceEvents.reset(v2::renderResources(model));
 }
 
 ListenerCallbacks BridgeEmulator::Impl::callbacks(bool controlOnly)
@@ -356,6 +371,7 @@ BridgeEmulator::BridgeEmulator(EmulatorConfig config)
     d = std::make_unique<Impl>(*this, normalized(std::move(config), identityError, stored));
     d->identityError = identityError;
     d->model.clip.enabled = d->config.clipV2;
+    d->model.clip.quirks.lightMetadata = d->config.lightMetadata;
     if (!d->config.clipDumpPath.empty()) {
         if (!loadClipDump(d->config.clipDumpPath, d->model.clip, &identityError) && d->identityError.empty())
             d->identityError = identityError;
@@ -835,6 +851,49 @@ int BridgeEmulator::eventStreamCount() const
 std::string BridgeEmulator::lastEventId() const
 {
     return d->events.lastEventId();
+}
+
+ClipQuirks BridgeEmulator::clipQuirks() const
+{
+    std::lock_guard<std::mutex> lock(d->modelMutex);
+    return d->model.clip.quirks;
+}
+
+void BridgeEmulator::setClipQuirks(const ClipQuirks& quirks)
+{
+    d->changeQuirks([&quirks](ClipQuirks& current) { current = quirks; });
+}
+
+void BridgeEmulator::setLightMetadata(bool present)
+{
+    d->changeQuirks([present](ClipQuirks& current) { current.lightMetadata = present; });
+}
+
+void BridgeEmulator::setMirekNullInXy(bool on)
+{
+    d->changeQuirks([on](ClipQuirks& current) { current.mirekNullInXy = on; });
+}
+
+void BridgeEmulator::setEventsWithoutMirekValid(bool on)
+{
+    d->changeQuirks([on](ClipQuirks& current) { current.eventsWithoutMirekValid = on; });
+}
+
+bool BridgeEmulator::sendResourceEvents(const std::string& type, int count)
+{
+    std::string bridgeId;
+    {
+        std::lock_guard<std::mutex> lock(d->modelMutex);
+        if (!d->model.clip.enabled || type.empty() || count < 1)
+            return false;
+        bridgeId = d->model.identity.bridgeId;
+    }
+    // Changes made before go out first, as they happened first.
+    d->flushEvents();
+    for (const std::string& message :
+         v2::foreignUpdateMessages(bridgeId, type, count, std::chrono::system_clock::now()))
+        d->events.publish(message);
+    return true;
 }
 
 bool BridgeEmulator::floodEventStreams(int messages, int eventsPerMessage, std::chrono::milliseconds interval)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "bridgeidentity.h"
+#include "clipstate.h"
 #include "emulatedlight.h"
 #include "emulatorclock.h"
 #include "lightcatalog.h"
@@ -50,6 +51,9 @@ struct EmulatorConfig
     std::string clipDumpPath;
     // Changes within this window after the first one go out as one event stream message.
     std::chrono::milliseconds eventWindow{100};
+    // Light resources carry their own "metadata"; false: only their devices do, as on firmware
+    // that deprecates the light's (ClipQuirks::lightMetadata).
+    bool lightMetadata = true;
 
     // A folder that keeps the bridge's identity across runs: its TLS key and certificate
     // (key.pem, certificate.pem) and bridge.json with the bridge id, the whitelist, the lights
@@ -185,6 +189,17 @@ public:
     std::string v2DeviceId(const std::string& lightId) const;
     // Sends the events of the changes made so far now instead of at the end of their window.
     void flushEvents();
+    // How the generated CLIP v2 resources and their events are written (clipstate.h). A change
+    // first sends the events pending under the old way and makes no events of its own.
+    ClipQuirks clipQuirks() const;
+    void setClipQuirks(const ClipQuirks& quirks);
+    void setLightMetadata(bool present);
+    void setMirekNullInXy(bool on);
+    void setEventsWithoutMirekValid(bool on);
+    // Sends `count` stream messages, each one "update" event of a resource of `type` that no
+    // emulated light stands for ("scene", "button", "motion", ... or any other text), with data
+    // as a bridge sends for it. False without CLIP v2, for an empty type or a count below 1.
+    bool sendResourceEvents(const std::string& type, int count);
     // The event stream as the network would treat it: end every open stream; stop sending (the
     // connections stay open) and resume; send a "retry:" line; send raw text as it is.
     void dropEventStreams();

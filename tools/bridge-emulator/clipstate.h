@@ -18,6 +18,20 @@ struct GeofenceClient
     bool isAtHome = false;
 };
 
+// How this bridge's firmware writes a few CLIP v2 members; bridges in the field differ here and a
+// client must take each way. They apply to the generated resources, not to a recorded dump.
+struct ClipQuirks
+{
+    // A light resource carries its own "metadata" (name, archetype); firmware that deprecates it
+    // leaves it to the owning device.
+    bool lightMetadata = true;
+    // A colour light not in colour temperature mode shows "mirek": null with "mirek_valid": true
+    // (false: null with "mirek_valid": false).
+    bool mirekNullInXy = false;
+    // Update events carry "color_temperature" without "mirek_valid".
+    bool eventsWithoutMirekValid = false;
+};
+
 // What the CLIP v2 side keeps beside the light model: geofence clients and, when the bridge
 // serves a recorded resource dump, the dump's resources (which then stand in for the generated
 // ones; changes to its lights are written into them).
@@ -29,6 +43,7 @@ struct ClipState
     ClipState& operator=(ClipState&&) noexcept;
 
     bool enabled = true; // false: a bridge without CLIP v2, its paths answer 404
+    ClipQuirks quirks;
     std::vector<GeofenceClient> geofenceClients;
     int nextGeofenceClient = 1;
     bool servingDump = false;

@@ -390,6 +390,16 @@ HttpResponse handleEventStream(BridgeEmulator& emulator, const HttpRequest& requ
         emulator.sendEventStreamRetry(ms);
         return ok();
     }
+    if (action == "events") {
+        const CEntity* type = body.Find("type");
+        const auto count =
+            body.Contains("count") ? readCount(body, "count") : std::optional<std::uint64_t>(1);
+        if (!type || !type->IsString() || type->StringValue().empty() || !count || *count > 100000)
+            return failure(400, "\"type\" (a resource type) is required; \"count\" is 1 to 100000");
+        if (!emulator.sendResourceEvents(type->StringValue(), static_cast<int>(*count)))
+            return failure(404, "this bridge has no event stream");
+        return ok();
+    }
     if (action == "inject") {
         const CEntity* text = body.Find("text");
         if (!text || !text->IsString())
@@ -398,6 +408,37 @@ HttpResponse handleEventStream(BridgeEmulator& emulator, const HttpRequest& requ
         return ok();
     }
     return failure(404, "unknown control request");
+}
+
+// The way CLIP v2 resources and events are written: {"light_metadata","mirek_null_in_xy",
+// "events_without_mirek_valid"}, each a boolean; members left out stay as they are.
+HttpResponse handleClipQuirks(BridgeEmulator& emulator, const HttpRequest& request, const CObject& body)
+{
+    ClipQuirks quirks = emulator.clipQuirks();
+    if (request.method == "PUT") {
+        const std::pair<const char*, bool*> members[] = {
+            {"light_metadata", &quirks.lightMetadata},
+            {"mirek_null_in_xy", &quirks.mirekNullInXy},
+            {"events_without_mirek_valid", &quirks.eventsWithoutMirekValid},
+        };
+        for (int i = 0; i < body.Count(); ++i) {
+            const std::string& name = body.MemberNameByIndex(i);
+            bool* target = nullptr;
+            for (const auto& [key, field] : members)
+                target = name == key ? field : target;
+            if (!target || !body.EntityAtIndex(i).IsBoolean())
+                return failure(400, "\"" + name +
+                                        "\" is not one of the booleans light_metadata, "
+                                        "mirek_null_in_xy, events_without_mirek_valid");
+            *target = body.EntityAtIndex(i).Boolean().Value();
+        }
+        emulator.setClipQuirks(quirks);
+    }
+    auto result = std::make_unique<CObject>();
+    result->SetBoolean("light_metadata", quirks.lightMetadata);
+    result->SetBoolean("mirek_null_in_xy", quirks.mirekNullInXy);
+    result->SetBoolean("events_without_mirek_valid", quirks.eventsWithoutMirekValid);
+    return ok(std::move(result));
 }
 
 HttpResponse handleDescription(BridgeEmulator& emulator, const CObject& body)
@@ -506,6 +547,8 @@ HttpResponse handleControlRequest(BridgeEmulator& emulator, const HttpRequest& r
         return handleEventStream(emulator, request, rest, body);
     if ((what == "throttle" || what == "stall") && rest.size() == 1)
         return handleFaults(emulator, request, what, body);
+    if (what == "v2" && rest.size() == 1 && (method == "PUT" || method == "GET"))
+        return handleClipQuirks(emulator, request, body);
     if (what == "description" && rest.size() == 1 && method == "PUT")
         return handleDescription(emulator, body);
     if (what == "ratelimit" && rest.size() == 1 && (method == "PUT" || method == "GET" || method == "DELETE"))

@@ -95,6 +95,8 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
             config.alsoIpv6 = true;
         } else if (name == "--no-groups") {
             config.defaultGroups = false;
+        } else if (name == "--no-light-metadata") {
+            config.lightMetadata = false;
         } else if (name == "--shared-port") {
             // An optional value: "--shared-port" takes a free port, "--shared-port=N" port N.
             config.sharedPort = 0;
@@ -183,6 +185,8 @@ Options:
                         {"data":[...]}) instead of generated lights; changes to its lights apply
                         and make events, the rest is read-only; version 1 then has no lights
   --event-window MS     changes within MS of the first go out as one stream message (default 100)
+  --no-light-metadata   CLIP v2 light resources without "metadata" (firmware that deprecates it
+                        in favour of the owning device's, which keeps its name and archetype)
   --zigbee-channel N    11 to 26 (default 25)
   --lights LIST         the lights, e.g. "extended:3,ct:2,dimmable:1,onoff:1,color:1"; kinds
                         onoff, dimmable, ct, color, extended; a colour kind may name its gamut:
@@ -250,9 +254,19 @@ Control API (JSON bodies; answers {"ok":true,...} or {"error":...}):
                                     N messages of E light updates to every open stream, as fast
                                     as they are read (I 0) or one every I ms
   DELETE /emulator/eventstream/flood    stop the flood
+  POST   /emulator/eventstream/events   {"type":T,"count":N}: N messages, each one "update"
+                                    event of a resource of type T that no light stands for
+                                    (scene, button, smart_scene, behavior_instance, motion,
+                                    light_level, temperature, device_power, relative_rotary,
+                                    entertainment_configuration, grouped_light or any other)
   POST   /emulator/eventstream/endless  {"bytes":N}: "data: " and N filler bytes with no line
                                     end, then the streams stay open and silent;
                                     {"bytes":N,"then_newline":true} ends the line with "\n\n"
+  GET    /emulator/v2               {"light_metadata","mirek_null_in_xy",
+                                    "events_without_mirek_valid"}: how CLIP v2 is written
+  PUT    /emulator/v2               any of those booleans: light resources with or without
+                                    "metadata"; "mirek": null with "mirek_valid": true while a
+                                    light is not in ct mode; update events without "mirek_valid"
   PUT    /emulator/description      /description.xml as {"mode":"deep","depth":D} (elements D
                                     deep), {"mode":"huge","bytes":N} (padded to N bytes) or
                                     {"mode":"normal"}

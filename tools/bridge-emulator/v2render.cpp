@@ -115,9 +115,12 @@ std::unique_ptr<CObject> renderLight(const BridgeModel& model, const EmulatedLig
     resource->SetString("id", lightResourceId(model, light.id()));
     resource->SetString("id_v1", "/lights/" + light.id());
     setOwner(*resource, deviceIdOfLight(model, light.id()), "device");
-    CObject& metadata = resource->AddObject("metadata");
-    metadata.SetString("name", light.name());
-    metadata.SetString("archetype", archetypeName(description.archetype));
+    const ClipQuirks& quirks = model.clip.quirks;
+    if (quirks.lightMetadata) {
+        CObject& metadata = resource->AddObject("metadata");
+        metadata.SetString("name", light.name());
+        metadata.SetString("archetype", archetypeName(description.archetype));
+    }
     resource->AddObject("on").SetBoolean("on", state.on);
     if (kind != LightKind::OnOff) {
         CObject& dimming = resource->AddObject("dimming");
@@ -126,13 +129,14 @@ std::unique_ptr<CObject> renderLight(const BridgeModel& model, const EmulatedLig
     }
     if (kindHasColorTemperature(kind)) {
         CObject& temperature = resource->AddObject("color_temperature");
-        // A light showing an xy colour has no valid colour temperature; bridges then write null.
+        // A light showing an xy colour has no valid colour temperature; bridges then write null,
+        // some of them with "mirek_valid" still true.
         const bool valid = state.colorMode == ColorMode::ColorTemperature || !kindHasColor(kind);
         if (valid)
             temperature.SetInt("mirek", state.ct);
         else
             temperature.AddNull("mirek");
-        temperature.SetBoolean("mirek_valid", valid);
+        temperature.SetBoolean("mirek_valid", valid || quirks.mirekNullInXy);
         CObject& schema = temperature.AddObject("mirek_schema");
         schema.SetInt("mirek_minimum", description.ctMin);
         schema.SetInt("mirek_maximum", description.ctMax);
