@@ -136,7 +136,9 @@ private slots:
         QFETCH(QByteArray, expected);
         const auto emulator = startEmulator();
         const std::string withdrawn = emulator->addUser();
-        QVERIFY(emulator->deleteUser(withdrawn));
+        const QString control = httpUrl(emulator->httpPort(), "/emulator/users/");
+        QCOMPARE(m_client.send("DELETE", control + QString::fromStdString(withdrawn)).status, 200);
+        QCOMPARE(m_client.send("DELETE", control + QString::fromStdString(withdrawn)).status, 404);
         const QString target = QString(path)
                                    .replace("%1", QString::fromStdString(emulator->addUser()))
                                    .replace("%2", QString::fromStdString(withdrawn));

@@ -57,7 +57,7 @@ private slots:
                    "--https-port 8443 --http-port=8080 --control-port 0 --bridge-id ECB5FAFFFE0A1B2C --name "
                    "Attic --lights ct:2,onoff --auto-link=1500 --api-version 1.50.0 --sw-version 1950000000 "
                    "--zigbee-channel 11 --ipv6 --no-groups --link-window -1 -v --state-dir /tmp/x --cert-cn "
-                   "other")
+                   "other --no-light-metadata")
                    .split(' ')
             << "";
         QTest::addRow("bad bridge id")
@@ -94,7 +94,7 @@ private slots:
                 config.lights[2].kind == LightKind::OnOff);
         QCOMPARE(config.autoLinkAfter->count(), 1500);
         QCOMPARE(config.linkButtonWindow.count(), -1);
-        QVERIFY(config.alsoIpv6 && !config.defaultGroups && options->verbose);
+        QVERIFY(config.alsoIpv6 && !config.defaultGroups && options->verbose && !config.lightMetadata);
         QCOMPARE(QString::fromStdString(config.stateDir), QString("/tmp/x"));
         QCOMPARE(QString::fromStdString(config.certificateCommonName), QString("other"));
         QVERIFY(!config.bridgeIdFromState); // the given bridge id wins over a kept one

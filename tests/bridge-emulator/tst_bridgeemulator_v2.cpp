@@ -91,6 +91,8 @@ private slots:
         QTest::addRow("no key") << QByteArray() << "/clip/v2/resource" << 403 << "unauthorized user";
         QTest::addRow("unknown key") << QByteArray("nobody") << "/clip/v2/resource/light" << 403
                                      << "unauthorized user";
+        QTest::addRow("key withdrawn over the control API")
+            << QByteArray("withdrawn") << "/clip/v2/resource/light" << 403 << "unauthorized user";
         QTest::addRow("unknown type")
             << QByteArray("default") << "/clip/v2/resource/lamp" << 404 << "Not Found";
         QTest::addRow("type without resources")
@@ -105,6 +107,12 @@ private slots:
         QFETCH(QString, error);
         m_key.clear();
         const auto emulator = startEmulator();
+        if (key == "withdrawn") {
+            key = QByteArray::fromStdString(emulator->addUser());
+            QCOMPARE(clip(*emulator, "GET", path, {}, key).status, 200);
+            QCOMPARE(m_client.send("DELETE", httpUrl(emulator->httpPort(), "/emulator/users/" + key)).status,
+                     200);
+        }
         const TestReply reply = clip(*emulator, "GET", path, {}, key);
         QCOMPARE(reply.status, status);
         const QJsonArray errors = reply.json()["errors"].toArray();
@@ -113,6 +121,64 @@ private slots:
             QCOMPARE(errors.first()["description"].toString(), error);
             QVERIFY(reply.json()["data"].toArray().isEmpty());
         }
+    }
+
+    void firmwareQuirksOfTheLight_data()
+    {
+        QTest::addColumn<QByteArray>("quirks");   // PUT /emulator/v2
+        QTest::addColumn<bool>("xyMode");         // the light shows an xy colour, else a ct
+        QTest::addColumn<QByteArray>("expected"); // members of the light; "metadata":null: none
+        QTest::addRow("defaults, xy")
+            << QByteArray("{}") << true
+            << QByteArray(R"({"color_temperature":{"mirek":null,"mirek_valid":false},)"
+                          R"("metadata":{"name":"Lamp","archetype":"sultan_bulb"}})");
+        QTest::addRow("mirek null but valid, xy")
+            << QByteArray(R"({"mirek_null_in_xy":true})") << true
+            << QByteArray(R"({"color_temperature":{"mirek":null,"mirek_valid":true}})");
+        QTest::addRow("mirek null but valid, ct")
+            << QByteArray(R"({"mirek_null_in_xy":true})") << false
+            << QByteArray(R"({"color_temperature":{"mirek":300,"mirek_valid":true}})");
+        QTest::addRow("no light metadata")
+            << QByteArray(R"({"light_metadata":false})") << false << QByteArray(R"({"metadata":null})");
+    }
+
+    void firmwareQuirksOfTheLight()
+    {
+        QFETCH(QByteArray, quirks);
+        QFETCH(bool, xyMode);
+        QFETCH(QByteArray, expected);
+        EmulatorConfig config;
+        config.lights = *parseLightSet("extended:1", nullptr);
+        config.lights[0].name = "Lamp";
+        config.lights[0].modelId = "LCT015";
+        m_key.clear();
+        const auto emulator = startEmulator(config);
+        LightChange change;
+        if (xyMode)
+            change.xy = XY{0.3, 0.3};
+        else
+            change.ct = 300;
+        QVERIFY(emulator->setLightState("1", change));
+        const TestReply set = m_client.send("PUT", httpUrl(emulator->httpPort(), "/emulator/v2"), quirks);
+        QVERIFY2(set.status == 200, set.body);
+
+        const QJsonObject light = first(clip(*emulator, "GET", "/clip/v2/resource/light"));
+        const QJsonObject wanted = QJsonDocument::fromJson(expected).object();
+        for (auto it = wanted.begin(); it != wanted.end(); ++it) {
+            if (it.value().isNull()) {
+                QVERIFY2(!light.contains(it.key()), qPrintable(it.key()));
+                continue;
+            }
+            const QJsonObject got = light[it.key()].toObject();
+            for (const QString& member : it.value().toObject().keys())
+                QCOMPARE(got[member], it.value()[member]);
+        }
+        // The device keeps its metadata whatever the light shows.
+        const QJsonObject device =
+            first(clip(*emulator, "GET",
+                       "/clip/v2/resource/device/" + QString::fromStdString(emulator->v2DeviceId("1"))));
+        QCOMPARE(device["metadata"]["name"].toString(), "Lamp");
+        QCOMPARE(device["metadata"]["archetype"].toString(), "sultan_bulb");
     }
 
     void changesThroughPut_data()

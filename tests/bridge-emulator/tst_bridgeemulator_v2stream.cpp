@@ -1,7 +1,8 @@
 // The CLIP v2 event stream over loopback, read chunk by chunk as the service reads it: framing,
-// events for changes made through either API and the control API, grouping within the window, and
-// the exact bytes of the stream faults the control API plays. Stalls, reachability and removed
-// lights are played against the service by its own stream tests and end to end.
+// events for changes made through either API and the control API, grouping within the window,
+// the exact bytes of the stream faults the control API plays, colour temperature as firmware
+// versions write it, and events of resources without lights. Stalls and reachability are played
+// against the service by its own stream tests and end to end.
 #include "emulatortestclient.h"
 
 #include <bridgeemulator.h>
@@ -134,6 +135,9 @@ private slots:
                                      << QByteArray(R"({"type":"ct"})") << "add"
                                      << QStringList{"device", "light", "zigbee_connectivity"} << "id_v1"
                                      << QVariant("/lights/3");
+        QTest::addRow("light removed")
+            << QByteArray("DELETE") << "/emulator/lights/1" << QByteArray() << "delete"
+            << QStringList{"device", "light", "zigbee_connectivity"} << "id_v1" << QVariant("/lights/1");
     }
 
     void eventsForEveryKindOfChange()
@@ -164,6 +168,107 @@ private slots:
                 field = field[step];
             QCOMPARE(field.toVariant(), value);
         }
+    }
+
+    void colorTemperatureEventsPerFirmware_data()
+    {
+        QTest::addColumn<QByteArray>("quirks");    // PUT /emulator/v2
+        QTest::addColumn<bool>("toXy");            // from ct 300 to an xy colour, else back
+        QTest::addColumn<QJsonObject>("expected"); // "color_temperature" of the update event
+        QTest::addRow("to ct") << QByteArray("{}") << false
+                               << QJsonObject{{"mirek", 250}, {"mirek_valid", true}};
+        QTest::addRow("to ct, events without mirek_valid")
+            << QByteArray(R"({"events_without_mirek_valid":true})") << false << QJsonObject{{"mirek", 250}};
+        QTest::addRow("to xy") << QByteArray("{}") << true
+                               << QJsonObject{{"mirek", QJsonValue::Null}, {"mirek_valid", false}};
+        QTest::addRow("to xy, mirek null but valid")
+            << QByteArray(R"({"mirek_null_in_xy":true})") << true << QJsonObject{{"mirek", QJsonValue::Null}};
+    }
+
+    void colorTemperatureEventsPerFirmware()
+    {
+        QFETCH(QByteArray, quirks);
+        QFETCH(bool, toXy);
+        QFETCH(QJsonObject, expected);
+        const auto emulator = startStreamingEmulator(std::chrono::minutes(1));
+        LightChange before;
+        if (toXy)
+            before.ct = 300;
+        else
+            before.xy = XY{0.3, 0.3};
+        emulator->setLightState("1", before);
+        emulator->flushEvents();
+        StreamReader stream(m_client, *emulator, QByteArray::fromStdString(emulator->addUser()));
+        QTRY_VERIFY(stream.text.startsWith(": hi"));
+        QCOMPARE(m_client.send("PUT", httpUrl(emulator->httpPort(), "/emulator/v2"), quirks).status, 200);
+
+        LightChange change;
+        if (toXy)
+            change.xy = XY{0.2, 0.4};
+        else
+            change.ct = 250;
+        emulator->setLightState("1", change);
+        emulator->flushEvents();
+        QTRY_COMPARE(stream.dataMessages().size(), 1); // switching the firmware's ways made none
+        const QList<QJsonObject> lights = stream.resources("update", "light");
+        QCOMPARE(lights.size(), 1);
+        QCOMPARE(lights.first()["color_temperature"].toObject(), expected);
+    }
+
+    void eventsOfResourcesWithoutLights_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<QString>("member"); // "status/active" = value in the first event
+        QTest::addColumn<QVariant>("value");
+        QTest::addRow("scene") << "scene"
+                               << "status/active" << QVariant("static");
+        QTest::addRow("button") << "button"
+                                << "button/button_report/event" << QVariant("short_release");
+        QTest::addRow("motion") << "motion"
+                                << "motion/motion_valid" << QVariant(true);
+        QTest::addRow("grouped light of the home") << "grouped_light"
+                                                   << "owner/rtype" << QVariant("bridge_home");
+        QTest::addRow("a type nobody knows") << "fridge"
+                                             << "type" << QVariant("fridge");
+    }
+
+    void eventsOfResourcesWithoutLights()
+    {
+        QFETCH(QString, type);
+        QFETCH(QString, member);
+        QFETCH(QVariant, value);
+        const auto emulator = startStreamingEmulator();
+        const QByteArray key = QByteArray::fromStdString(emulator->addUser());
+        StreamReader stream(m_client, *emulator, key);
+        QTRY_VERIFY(stream.text.startsWith(": hi"));
+        const QString control = httpUrl(emulator->httpPort(), "/emulator/eventstream/events");
+        QCOMPARE(m_client.send("POST", control, R"({"type":")" + type.toUtf8() + R"(","count":5})").status,
+                 200);
+        QCOMPARE(m_client.send("POST", control, R"({"count":5})").status, 400);
+
+        QTRY_COMPARE(stream.dataMessages().size(), 5);
+        for (const QByteArray& message : stream.dataMessages()) {
+            const QJsonArray events = StreamReader::events(message);
+            QCOMPARE(events.size(), 1);
+            QCOMPARE(events[0]["type"].toString(), "update");
+        }
+        const QList<QJsonObject> updates = stream.resources("update", type);
+        QCOMPARE(updates.size(), 5);
+        QJsonValue field = updates.first();
+        for (const QString& step : member.split('/'))
+            field = field[step];
+        QCOMPARE(field.toVariant(), value);
+        // A few resources of their own, none of them one the bridge lists for its lights.
+        QSet<QString> ids;
+        for (const QJsonObject& update : updates)
+            ids << update["id"].toString();
+        QCOMPARE(ids.size(), 4);
+        const QByteArray all = m_client
+                                   .send("GET", httpUrl(emulator->httpPort(), "/clip/v2/resource"), {}, 5000,
+                                         {{"hue-application-key", key}})
+                                   .body;
+        for (const QString& id : ids)
+            QVERIFY(!all.contains(id.toUtf8()));
     }
 
     void changesWithinTheWindowShareOneMessage()
