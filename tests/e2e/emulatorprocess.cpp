@@ -88,6 +88,22 @@ bool EmulatorProcess::flood(int messages, int eventsPerMessage, int intervalMs)
     return control("POST", "/emulator/eventstream/flood", compact(body))["ok"].toBool();
 }
 
+bool EmulatorProcess::withdrawUser(const QString& name)
+{
+    return control("DELETE", "/emulator/users/" + name)["ok"].toBool();
+}
+
+bool EmulatorProcess::setClipQuirks(const QJsonObject& quirks)
+{
+    return control("PUT", "/emulator/v2", compact(quirks))["ok"].toBool();
+}
+
+bool EmulatorProcess::sendResourceEvents(const QString& type, int count)
+{
+    const QJsonObject body{{"type", type}, {"count", count}};
+    return control("POST", "/emulator/eventstream/events", compact(body))["ok"].toBool();
+}
+
 bool EmulatorProcess::stopFlood()
 {
     return control("DELETE", "/emulator/eventstream/flood")["ok"].toBool();

@@ -44,6 +44,14 @@ public:
     // The lights of the control API: id, name, kind and state.
     QJsonArray lights();
     QStringList userNames();
+    // Withdraws a key: version 1 then answers its requests with error 1, CLIP v2 with 403.
+    bool withdrawUser(const QString& name);
+    // How CLIP v2 is written, as PUT /emulator/v2 takes it: any of the booleans
+    // "light_metadata", "mirek_null_in_xy", "events_without_mirek_valid".
+    bool setClipQuirks(const QJsonObject& quirks);
+    // `count` stream messages of one "update" event each of a resource of `type` that no light
+    // stands for ("scene", "button", "motion", ...).
+    bool sendResourceEvents(const QString& type, int count = 1);
 
     // Hostile modes: a flood of event stream messages (and its end), an endless "data:" line on
     // every open stream, the shape of /description.xml ({"mode":"deep","depth":D},

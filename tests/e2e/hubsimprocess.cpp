@@ -15,9 +15,25 @@ bool HubSimProcess::start()
     // The log is appended across restarts: wait for a line this run writes.
     const QRegularExpression serving("hubsim serves \\d+ services");
     const int before = m_process.errorLines(serving).size();
-    return m_process.start(QStringLiteral(HUBSIM_EXECUTABLE),
-                           {"--socket-dir", m_socketDir, "--supervise", "--db", m_dir + "/hubsim.sqlite"}) &&
+    return m_process.start(
+               QStringLiteral(HUBSIM_EXECUTABLE),
+               QStringList{"--socket-dir", m_socketDir, "--supervise", "--db", m_dir + "/hubsim.sqlite"} +
+                   m_extraOptions) &&
            waitFor([&] { return m_process.errorLines(serving).size() > before; });
+}
+
+QString HubSimProcess::configValue(const QString& key) const
+{
+    return hubctl({"config", "get", key}).object().value("value").toString();
+}
+
+QJsonObject HubSimProcess::mdns(bool announce, const QString& name, const QString& address, int port,
+                                const QStringList& txt) const
+{
+    return hubctl(QStringList{"mdns", announce ? "announce" : "remove", "--", name, address,
+                              QString::number(port)} +
+                  txt)
+        .object();
 }
 
 HubctlAnswer HubSimProcess::hubctl(const QStringList& arguments) const

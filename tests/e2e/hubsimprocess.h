@@ -30,6 +30,13 @@ public:
     // Starts hubsim with --supervise and waits until its services listen; again after an end,
     // on the same socket directory and database.
     bool start();
+    // Options added to every later start(), e.g. {"--serial", "0001f0e1d2c3"}.
+    void setExtraOptions(const QStringList& options) { m_extraOptions = options; }
+    // A value of the configuration store ("generic/serialNumber"); empty when there is none.
+    QString configValue(const QString& key) const;
+    // `hubctl mdns announce|remove NAME ADDRESS PORT [TXT...]` of a _hue._tcp service; the answer.
+    QJsonObject mdns(bool announce, const QString& name, const QString& address, int port,
+                     const QStringList& txt = {}) const;
     bool interrupt() { return m_process.interrupt(); }
     ManagedProcess& process() { return m_process; }
 
@@ -57,6 +64,7 @@ private:
     QString m_dir;
     QString m_socketDir;
     ManagedProcess m_process;
+    QStringList m_extraOptions;
 };
 
 } // namespace e2e
