@@ -138,6 +138,10 @@ QString CBridge::nameWithIP() const
 
 void CBridge::requestBridgeState(int state)
 {
+    // Replies ask for "new" when the bridge refused the key (an error of type 1): a bridge that
+    // counts as paired finds out at once whether the key was withdrawn.
+    if (state == BridgeStateNew && m_userNameState == USERNAME_REGISTERED)
+        keyRefused("an error of type 1");
     emit bridgeStateChangeRequested(state);
     if (g_Controller)
         g_Controller->setBridgeState(bridgeIdString(), EBridgeState(state));

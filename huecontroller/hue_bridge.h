@@ -182,6 +182,10 @@ public:
     UserNameState userNameState() const { return m_userNameState; }
     void setUserNameState(UserNameState state, bool fromParseError = false);
     void checkUsernameRegistered(bool resetCount);
+    // The bridge refused the key (HTTP 403, or an error of type 1): check it now instead of at
+    // the hourly re-check, at most once per kKeyRecheckMs.
+    void keyRefused(const char* where);
+    static constexpr qint64 kKeyRecheckMs = 60000;
     void registerUserName(int attempts);
     int registerAttemptsLeft() const { return m_registerAttemptsLeft; }
     int checkCount() const { return m_checkCount; }
@@ -297,6 +301,8 @@ private:
     void handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool timedOut, bool fellBack);
     void handleRegisterUserNameReply(QNetworkReply* reply, bool timedOut, bool fellBack);
     bool checkVersion2(const QString& swVersion);
+    // The user-name check showed that the bridge no longer knows the key.
+    void keyWithdrawn();
     void handlePollReply(QNetworkReply* reply, bool timedOut);
     void handleRequestLightChangeReply(QNetworkReply* reply, bool timedOut);
     void handleSupportInfoReply(QNetworkReply* reply, bool timedOut);

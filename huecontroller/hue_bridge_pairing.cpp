@@ -32,6 +32,17 @@ bool parseApiVersion(const QString& text, int* major, int* minor)
     return *major != 0;
 }
 
+constexpr int kRegisterAttemptsAfterWithdrawal = 10;
+
+// [{"error":{"type":1,...}}]: the bridge does not know the key.
+bool isUnauthorizedError(const minijson::CEntity& document)
+{
+    if (!document.IsArray() || document.Count() < 1 || !document[0].IsObject())
+        return false;
+    const minijson::CObject* error = document[0].Object().GetObject("error");
+    return error && error->GetInt("type", -1) == 1;
+}
+
 } // namespace
 
 void CBridge::setUserNameState(UserNameState state, bool fromParseError)
@@ -112,6 +123,10 @@ void CBridge::handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool time
     const std::unique_ptr<minijson::CEntity> document = parsePairingReply(body);
     if (!document)
         return;
+    if (isUnauthorizedError(*document)) {
+        keyWithdrawn();
+        return;
+    }
     if (!document->IsObject()) {
         LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << LogExcerpt(body);
         setUserNameState(USERNAME_ERROR_UNKNOWN);
@@ -145,10 +160,39 @@ void CBridge::handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool time
     const minijson::CObject* whitelist = config.GetObject("whitelist");
     if (whitelist && whitelist->Contains(m_userName.toStdString())) {
         setUserNameState(USERNAME_REGISTERED);
+    } else if (config.Contains("bridgeid") || whitelist) {
+        // The bridge answered as it does to a key it does not know: only its public settings,
+        // or a whitelist without the key.
+        keyWithdrawn();
     } else {
         LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << LogExcerpt(body);
         setUserNameState(USERNAME_ERROR_UNKNOWN);
     }
+}
+
+void CBridge::keyRefused(const char* where)
+{
+    if (m_userNameState != USERNAME_REGISTERED || m_checkReply || m_userName.isEmpty())
+        return; // not paired, or being checked already
+    if (m_lastCheckReply.isValid() && !m_lastCheckReply.hasExpired(kKeyRecheckMs))
+        return;
+    LOG_WARNING << "bridge" << m_bridgeId << "refused the key:" << where << "- checking it now";
+    checkUsernameRegistered(true);
+}
+
+void CBridge::keyWithdrawn()
+{
+    // Removed at the bridge (for example in the vendor's app): the key is forgotten, so that
+    // pairing asks for a new one with the link button instead of checking the old one again.
+    LOG_WARNING << "bridge" << m_bridgeId << "no longer accepts its key; it needs pairing with the link button";
+    m_userName.clear();
+    if (g_Controller)
+        g_Controller->setBridgeUserName(bridgeIdString(), QString());
+    if (g_Controller && g_Controller->bridgeState(m_bridgeId) == BridgeStatePair) {
+        registerUserName(kRegisterAttemptsAfterWithdrawal); // pairing was asked for already
+        return;
+    }
+    setUserNameState(USERNAME_ERROR_LINK_BUTTON); // listed as new: the hub's app offers pairing
 }
 
 bool CBridge::checkVersion2(const QString& swVersion)

@@ -80,6 +80,8 @@ void CBridge::replyFinished(QNetworkReply* reply, bool timedOut)
         fellBack = true;
     }
 
+    if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == 403)
+        keyRefused("HTTP 403");
     if (reply->property("hueIsLightChange").toBool()) {
         // A change that did not reach the bridge waits for it, however long it is away; the
         // light's final state must not be lost to a restart or a moment without network.

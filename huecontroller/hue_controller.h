@@ -232,6 +232,10 @@ public:
     void execMasterReset(CBridge* bridge, CLight* light);
     void attributeValueChanged(const InternalId& id, const QString& name, const QString& value);
     void sendLifeSignsForLights();
+    // Life signs of every reachable light of the paired bridges that has had none for
+    // kLifeSignIntervalMs; called at every poll tick.
+    void sendDueLifeSigns();
+    static constexpr qint64 kLifeSignIntervalMs = 60000;
     void triggerScene(CLight* light);
     bool isNight() const { return m_night; }
 

@@ -278,6 +278,18 @@ void CController::pollNextBridge()
     // An ignored bridge takes its turn too; its pollNextItem does nothing.
     m_lastPolledBridgeId = bridge->bridgeId();
     bridge->pollNextItem();
+    sendDueLifeSigns();
+}
+
+void CController::sendDueLifeSigns()
+{
+    // Every reachable light of a paired bridge tells the hub it lives once a minute, twice per
+    // heartbeat period of the hub's own services, so that one late sign never makes it look
+    // dead; the bridge keeps the time of each light's last sign (also those of scans and events).
+    for (const QPointer<CBridge>& bridge : qAsConst(m_bridges)) {
+        if (bridge && !bridge->isIgnored() && bridgeState(bridge->bridgeId()) == BridgeStatePaired)
+            bridge->sendLifeSigns(kLifeSignIntervalMs);
+    }
 }
 
 void CController::debugDumpLightStates(QTextStream& out) const

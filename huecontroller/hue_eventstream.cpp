@@ -45,8 +45,9 @@ void EventStreamConnection::start()
     m_openTimer.stop();
     if (m_reply || !m_bridge->networkAccessManager())
         return;
-    // An ignored bridge gets no traffic; look again later, the user may take it back.
-    if (m_bridge->isIgnored()) {
+    // An ignored bridge gets no traffic, nor one whose key is not (or no longer) confirmed;
+    // look again later, the user may take it back or pair it again.
+    if (m_bridge->isIgnored() || m_bridge->userNameState() != CBridge::USERNAME_REGISTERED) {
         m_openTimer.start(m_restartDelayMs);
         return;
     }
@@ -126,6 +127,8 @@ void EventStreamConnection::onReplyFinished()
     QNetworkReply* reply = m_reply;
     m_reply = nullptr;
     disconnect(reply, nullptr, this, nullptr);
+    if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == 403)
+        m_bridge->keyRefused("event stream, HTTP 403");
     if (reply->error() != QNetworkReply::NoError && reply->error() != QNetworkReply::OperationCanceledError)
         LOG_WARNING << "event stream of bridge" << m_bridge->bridgeId() << "ended:" << reply->errorString();
     reply->deleteLater();

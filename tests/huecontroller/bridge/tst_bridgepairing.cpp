@@ -155,38 +155,69 @@ private slots:
             QVERIFY(log.contains("reports Zigbee channel 25 swversion " + swVersion.toUtf8()));
     }
 
+    // A key removed at the bridge (in the vendor's app): the first refusal (an error of type 1 on
+    // version 1, HTTP 403 on version 2) checks the key at once; the bridge forgets it and is
+    // listed as new, or, when pairing was asked for already, asks for a new one at once.
+    void withdrawnKey_data()
+    {
+        QTest::addColumn<bool>("clipV2");
+        QTest::addColumn<bool>("pairAsked");
+        QTest::addRow("v1, paired") << false << false;
+        QTest::addRow("v2, paired") << true << false;
+        QTest::addRow("v1, pairing asked for") << false << true;
+    }
     void withdrawnKey()
     {
-        EmulatedBridge env;
+        QFETCH(bool, clipV2);
+        QFETCH(bool, pairAsked);
+        EmulatedBridge env({}, clipV2 ? EmulatedBridge::Firmware::ClipV2 : EmulatedBridge::Firmware::ApiVersion1);
         auto bridge = env.makePairedBridge();
         QVERIFY(bridge);
-        QVERIFY(env.emulator().deleteUser(bridge->userName().toStdString()));
+        const QString oldKey = bridge->userName();
+        QVERIFY(env.emulator().deleteUser(oldKey.toStdString()));
+        if (pairAsked)
+            g_Controller->setBridgeState(QString::fromUtf8(env.bridgeId()), BridgeStatePair);
+        Clock::advance(CBridge::kKeyRecheckMs + 1);
 
-        QSignalSpy stateRequests(bridge.get(), &CBridge::bridgeStateChangeRequested);
         LogCapture log;
-        QVERIFY(EmulatedBridge::pollOnce(*bridge));
-        QVERIFY(log.contains("Missing (or revoked) authorization:"));
-        QCOMPARE(stateRequests.count(), 1);
-        QCOMPARE(stateRequests.first().first().toInt(), int(BridgeStateNew));
-        QCOMPARE(persistedState(env), QStringLiteral("new"));
-
-        // The check finds the key missing from the whitelist: an unexpected answer.
-        bridge->checkUsernameRegistered(true);
-        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
-        QCOMPARE(persistedState(env), QStringLiteral("error"));
+        if (pairAsked) {
+            bridge->checkUsernameRegistered(true); // what asking for pairing does with a stored key
+        } else {
+            QVERIFY(EmulatedBridge::pollOnce(*bridge));
+            QVERIFY(log.contains(clipV2 ? "refused the key: HTTP 403" : "refused the key: an error of type 1"));
+        }
+        QTRY_VERIFY(log.contains("no longer accepts its key; it needs pairing with the link button"));
+        QVERIFY(bridge->userName().isEmpty());
+        QCOMPARE(ConfigCache::instance()->getConfigValue("hueBridgeUserNames/" + QString::fromUtf8(env.bridgeId())),
+                 QString());
+        if (!pairAsked) {
+            QCOMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_LINK_BUTTON);
+            QCOMPARE(persistedState(env), QStringLiteral("new"));
+            Clock::advance(600);
+            bridge->pollNextItem(); // nothing more is sent with the old key
+            QCOMPARE(bridge->activeReplyCount(), 0);
+            bridge->registerUserName(10); // the person asks for pairing
+        }
+        QTRY_COMPARE(env.requests("POST", "/api").size(), size_t(1));
+        env.emulator().pressLinkButton();
+        QVERIFY(fireRegisterRetry(*bridge));
+        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_REGISTERED);
+        QVERIFY(!bridge->userName().isEmpty() && bridge->userName() != oldKey);
+        QCOMPARE(persistedState(env), QStringLiteral("paired"));
     }
 
     void pollingWaitsForPairing()
     {
         EmulatedBridge env;
-        auto bridge = env.makeBridge(env.emulator().httpsPort(), "not-a-key");
+        env.emulator().setApiVersion("1.2.0"); // too old: an error state of the user-name check
+        auto bridge = env.makeBridge(env.emulator().httpsPort(), QString::fromStdString(env.emulator().addUser()));
         Clock::advance(600);
         bridge->pollNextItem(); // state 0: nothing is sent
         QVERIFY(!bridge->currentPollReply());
         QCOMPARE(bridge->activeReplyCount(), 0);
 
         bridge->checkUsernameRegistered(true);
-        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
+        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_FIRMWARE);
         // In an error state a poll tick re-checks, 10 s after the last check reply, and never polls.
         Clock::advance(600);
         bridge->pollNextItem();
@@ -196,7 +227,7 @@ private slots:
         QCOMPARE(bridge->userNameState(), CBridge::USERNAME_CHECKING);
         QVERIFY(!bridge->currentPollReply());
         QCOMPARE(bridge->checkCount(), 1);
-        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_UNKNOWN);
+        QTRY_COMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_FIRMWARE);
     }
 
     void garbledCheckReplyWaitsForStableNetwork()

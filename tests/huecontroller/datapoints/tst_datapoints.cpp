@@ -50,6 +50,7 @@ private slots:
     void deviceEvents();
     void refusals_data();
     void refusals();
+    void lifeSignsOnSchedule();
     void hubRestart();
 
 private:
@@ -405,6 +406,29 @@ void TestDatapoints::refusals()
                                   row[2].isEmpty() ? "dimTimerFired" : "timeout");
     QCOMPARE(m_adaptor->datapointCache().value(output) == "42", row[1] == "send" && row[3].isEmpty());
     QVERIFY2(row[3].isEmpty() || log.contains(row[3].toUtf8()), qPrintable(row[3]));
+}
+
+// Reachable lights of a paired bridge send a life sign once a minute without a scan by the hub;
+// an unreachable one does not.
+void TestDatapoints::lifeSignsOnSchedule()
+{
+    m_emu->setLightReachable("2", false);
+    QVERIFY(poll());
+    QTRY_VERIFY(device('2')->unresponsive);
+    Clock::advance(CController::kLifeSignIntervalMs + 1);
+    const QDateTime before = device('1')->lastLifeSign;
+    const QDateTime unreachableBefore = device('2')->lastLifeSign;
+    QTest::qWait(5); // the hub stamps signs in milliseconds
+    m_controller->sendDueLifeSigns();
+    QTRY_VERIFY(device('1')->lastLifeSign > before && device('4')->lastLifeSign > before);
+    QCOMPARE(device('2')->lastLifeSign, unreachableBefore);
+    // Within the minute nothing more is sent.
+    const QDateTime sent = device('1')->lastLifeSign;
+    m_controller->sendDueLifeSigns();
+    QTest::qWait(50);
+    QCOMPARE(device('1')->lastLifeSign, sent);
+    m_emu->setLightReachable("2", true);
+    QVERIFY(poll());
 }
 
 // The hub restarts: its supervisor sends the stages 0, 3 and 1 again, to a service whose lights
