@@ -7,6 +7,7 @@
 #include "hue_itemtype.h"
 #include "hue_sendpacer.h"
 
+#include "common/logbudget.h"
 #include "kova/kovacommon/internalid.h"
 
 #include <QByteArray>
@@ -186,6 +187,11 @@ public:
     // the hourly re-check, at most once per kKeyRecheckMs.
     void keyRefused(const char* where);
     static constexpr qint64 kKeyRecheckMs = 60000;
+    // A warning about this bridge's traffic: false when the same one (by key) was written less
+    // than a minute ago; it is counted then, and endWarnings() tells the counts once the bridge
+    // answers again.
+    bool admitWarning(const QByteArray& key);
+    void endWarnings();
     void registerUserName(int attempts);
     int registerAttemptsLeft() const { return m_registerAttemptsLeft; }
     int checkCount() const { return m_checkCount; }
@@ -330,6 +336,7 @@ private:
     QMap<QString, QList<RetryingRequest*>> m_retryQueues;
     QTimer m_retryTimer;
     SendPacer m_pacer;
+    LogBudget m_logBudget;
     QHash<QByteArray, qint64> m_firstPendingMs; // light id -> when its oldest pending change came
     QSet<QByteArray> m_failedLights;             // lights whose changes were given up
     quint64 m_sentSerial = 0;

@@ -113,7 +113,7 @@ void CBridge::handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool time
     m_checkReply = nullptr;
     m_lastCheckReply.start();
     if (timedOut || reply->error() != QNetworkReply::NoError) {
-        if (!fellBack)
+        if (!fellBack && admitWarning("check failed " + QByteArray::number(int(reply->error()))))
             LOG_ERROR << "network reply error while trying to check if username is already registered. error:"
                       << int(reply->error()) << reply->errorString();
         setUserNameState(USERNAME_ERROR_NETWORK);

@@ -68,11 +68,14 @@ void CBridge::handlePollReply(QNetworkReply* reply, bool timedOut)
     if (m_currentPollReply == reply)
         m_currentPollReply = nullptr;
     if (timedOut) {
-        LOG_WARNING << "network reply timed out/failed while trying to poll all lights: " +
+        if (admitWarning("poll timed out"))
+            LOG_WARNING << "network reply timed out/failed while trying to poll all lights: " +
                            reply->url().path();
         return;
     }
     if (reply->error() != QNetworkReply::NoError) {
+        if (!admitWarning("poll error " + QByteArray::number(int(reply->error()))))
+            return;
         CDebug line(LogWarning, __FILE__, __LINE__);
         line << "network reply error while trying to poll all lights. Error code:" << int(reply->error())
              << "http status code:" << reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt()
@@ -117,7 +120,8 @@ void CBridge::handleRequestLightChangeReply(QNetworkReply* reply, bool timedOut)
         return;
     }
     if (timedOut || reply->error() != QNetworkReply::NoError) {
-        LOG_WARNING << "network reply error while receiving light request reply: " << int(reply->error())
+        if (admitWarning("change error " + QByteArray::number(int(reply->error()))))
+            LOG_WARNING << "network reply error while receiving light request reply: " << int(reply->error())
                     << reply->errorString() << "HTTP code"
                     << reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         return;

@@ -16,6 +16,19 @@
 
 namespace hue {
 
+bool CBridge::admitWarning(const QByteArray& key)
+{
+    return m_logBudget.admit(key, Clock::nowMs());
+}
+
+void CBridge::endWarnings()
+{
+    if (m_logBudget.isEmpty())
+        return;
+    for (const auto& [key, count] : m_logBudget.end())
+        LOG_INFO << "bridge" << m_bridgeId << "answers again;" << count << "more warnings of this kind were held back:" << key;
+}
+
 quint64 CBridge::getRequestId(QNetworkReply* reply)
 {
     const QVariant value = reply->property("hueRequestCounter");
@@ -82,6 +95,8 @@ void CBridge::replyFinished(QNetworkReply* reply, bool timedOut)
 
     if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == 403)
         keyRefused("HTTP 403");
+    else if (error == QNetworkReply::NoError)
+        endWarnings(); // the bridge answers again
     if (reply->property("hueIsLightChange").toBool()) {
         // A change that did not reach the bridge waits for it, however long it is away; the
         // light's final state must not be lost to a restart or a moment without network.
@@ -125,7 +140,8 @@ void CBridge::replyError(QNetworkReply::NetworkError code)
         reply->deleteLater();
         return;
     }
-    LOG_WARNING << "HTTP request to" << reply->url() << "failed:" << int(code) << reply->errorString()
+    if (admitWarning("request failed " + QByteArray::number(int(code))))
+        LOG_WARNING << "HTTP request to" << reply->url() << "failed:" << int(code) << reply->errorString()
                 << "HTTP code" << status;
     const QList<QNetworkReply*> active = m_activeReplies.values();
     for (QNetworkReply* other : active) {
@@ -145,7 +161,8 @@ void CBridge::replyTimeoutTimer()
         QNetworkReply* reply = it.key();
         if (!m_activeReplies.contains(reply))
             continue; // finished by an earlier reply's handling in this sweep
-        LOG_WARNING << "Have a network reply timeout " + reply->url().toString();
+        if (admitWarning("reply timeout"))
+            LOG_WARNING << "Have a network reply timeout " + reply->url().toString();
         // The abort finishes the reply at once; that finish belongs to this time-out.
         m_abortingReply = reply;
         reply->abort();

@@ -129,7 +129,8 @@ void EventStreamConnection::onReplyFinished()
     disconnect(reply, nullptr, this, nullptr);
     if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == 403)
         m_bridge->keyRefused("event stream, HTTP 403");
-    if (reply->error() != QNetworkReply::NoError && reply->error() != QNetworkReply::OperationCanceledError)
+    if (reply->error() != QNetworkReply::NoError && reply->error() != QNetworkReply::OperationCanceledError &&
+        m_bridge->admitWarning("event stream ended " + QByteArray::number(int(reply->error()))))
         LOG_WARNING << "event stream of bridge" << m_bridge->bridgeId() << "ended:" << reply->errorString();
     reply->deleteLater();
     LOG_DETAIL << "event stream of bridge" << m_bridge->bridgeId() << "reopens in" << m_restartDelayMs

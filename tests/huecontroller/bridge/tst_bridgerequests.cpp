@@ -186,6 +186,31 @@ private slots:
         QCOMPARE(bridge->pacer().troubleSinceMs(), qint64(-1));
     }
 
+    // A bridge that cannot be reached writes each warning once a minute, not at every poll, and
+    // tells how many it held back once it answers again.
+    void unreachableBridgeWarnsOncePerMinute()
+    {
+        EmulatedBridge env;
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge);
+        QVERIFY(env.emulator().refuseConnections());
+        LogCapture log;
+        for (int second = 0; second < 20; ++second) {
+            Clock::advance(1000);
+            bridge->pollNextItem();
+            QTRY_VERIFY(!bridge->currentPollReply());
+        }
+        QCOMPARE(log.count("network reply timed out/failed while trying to poll all lights"), 1);
+        QCOMPARE(log.count("Connection refused"), 1);
+        Clock::advance(LogBudget::kDefaultPeriodMs);
+        bridge->pollNextItem();
+        QTRY_VERIFY(!bridge->currentPollReply());
+        QCOMPARE(log.count("network reply timed out/failed while trying to poll all lights"), 2);
+        QVERIFY(env.emulator().acceptConnections());
+        QVERIFY(EmulatedBridge::pollOnce(*bridge));
+        QVERIFY(log.contains("answers again; 19 more warnings of this kind were held back: poll timed out"));
+    }
+
     // Past the bound the waiting changes are given up, and the light's error output is set until
     // one of its changes goes through again.
     void changesAreGivenUpPastTheBound()
