@@ -53,7 +53,21 @@ bool isHueDevice(const RegisteredDevice* device)
     return device->id.getDeviceName().startsWith("BEED");
 }
 
+bool endsWith(const std::string& text, const std::string& suffix)
+{
+    return text.size() >= suffix.size() &&
+           text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
 } // namespace
+
+bool isChangeOf(const bridgeemu::RecordedRequest& request, const BenchLight& light)
+{
+    if (request.method != "PUT")
+        return false;
+    return endsWith(request.target, "/lights/" + light.lightId + "/state") ||
+           (!light.v2LightId.empty() && endsWith(request.target, "/resource/light/" + light.v2LightId));
+}
 
 BenchSystem::BenchSystem(const QString& folder, const QString& servicePath, const QString& constDataDir)
     : m_dir(folder), m_socketDir(folder + QStringLiteral("/sockets")),
@@ -230,7 +244,7 @@ std::vector<BenchLight> BenchSystem::dimmableLights(int count) const
         const auto device = deviceNamed(QString::fromStdString(light->name));
         if (!device)
             return {};
-        lights.push_back({bridge, id, *device});
+        lights.push_back({bridge, id, bridge->v2LightId(id), *device});
         if (int(lights.size()) == count)
             break;
     }

@@ -21,8 +21,13 @@ struct BenchLight
 {
     bridgeemu::BridgeEmulator* bridge = nullptr;
     std::string lightId;
+    std::string v2LightId; // the CLIP v2 id of its light resource
     InternalId device;
 };
+
+// Whether a request of the bridge's record is a change of `light`: v1 PUT lights/<id>/state or
+// v2 PUT light/<id>.
+bool isChangeOf(const bridgeemu::RecordedRequest& request, const BenchLight& light);
 
 // What the emulated bridge runs: firmware from before CLIP v2 (the service polls API version 1),
 // or current firmware announced on its port for both schemes (the service moves to CLIP v2).

@@ -42,19 +42,13 @@ struct Write
     SystemTime at;
 };
 
-bool endsWith(const std::string& text, const std::string& suffix)
-{
-    return text.size() >= suffix.size() &&
-           text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
-// The PUT that carried `write`: the first one for its light after the write and before the next
+// The change that carried `write` (v1 or v2): the first one for its light after the write and before the next
 // write to the same light (a later request may carry the next value).
 const bridgeemu::RecordedRequest* requestFor(const std::vector<bridgeemu::RecordedRequest>& requests,
-                                             const std::string& path, SystemTime from, SystemTime until)
+                                             const BenchLight& light, SystemTime from, SystemTime until)
 {
     for (const bridgeemu::RecordedRequest& request : requests) {
-        if (request.method == "PUT" && endsWith(request.target, path) && request.receivedAt >= from)
+        if (isChangeOf(request, light) && request.receivedAt >= from)
             return request.receivedAt < until ? &request : nullptr;
     }
     return nullptr;
@@ -92,9 +86,7 @@ LatencySamples measureWriteToRequest(BenchSystem& system, const std::vector<Benc
                 break;
             }
         }
-        const BenchLight& light = lights[writes[i].light];
-        const auto* request =
-            requestFor(requests, "/lights/" + light.lightId + "/state", writes[i].at, until);
+        const auto* request = requestFor(requests, lights[writes[i].light], writes[i].at, until);
         if (request)
             result.ms.push_back(milliseconds(request->receivedAt - writes[i].at));
         else
