@@ -7,13 +7,16 @@
 // and prints the command and a small table. With --api v2 it instead runs an event storm (every
 // light of a bridge changed at once, over and over) through a CLIP v2 bridge, whose changes the
 // service follows on the event stream, and the same storm through an API version 1 bridge that
-// it polls, and prints both side by side. Figures only; nothing here passes or fails.
+// it polls, and prints both side by side. With --commands it instead measures how datapoint writes
+// reach a bridge that takes 10 light changes a second (a burst, a paced stream, a dragged slider,
+// an outage), through CLIP v2 and API v1 side by side. Figures only; nothing here passes or fails.
 //
-// Run: bench_e2e_service [--quick] [--api v1|v2] [--storm-seconds 30] [--storm-interval 200]
+// Run: bench_e2e_service [--quick] [--api v1|v2 | --commands] [--storm-seconds 30] [--storm-interval 200]
 //                        [--bridges 1,5,20] [--idle-seconds 60] [--service PATH] [--keep]
 #include "benchoptions.h"
 #include "benchresults.h"
 #include "benchsystem.h"
+#include "commandcomparison.h"
 #include "eventwait.h"
 #include "latencyprobes.h"
 #include "procstats.h"
@@ -169,6 +172,14 @@ int main(int argc, char** argv)
         progress(QStringLiteral("settings, sockets and logs in %1").arg(folder.path()));
 
     const QString constDataDir = QStringLiteral(HUE_CONST_DATA_DIR);
+    if (options.commands) {
+        CommandComparison comparison;
+        comparison.command = app.arguments().join(QLatin1Char(' '));
+        comparison.service = options.servicePath;
+        measureCommandDelivery(options, folder.path(), constDataDir, &comparison);
+        std::fputs(qPrintable(formatCommandComparison(comparison)), stdout);
+        return comparison.problems.isEmpty() ? 0 : 1;
+    }
     if (options.api == BenchApi::V2) {
         StormComparison comparison;
         comparison.command = app.arguments().join(QLatin1Char(' '));

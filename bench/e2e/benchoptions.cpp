@@ -40,7 +40,9 @@ bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QStr
         "emulated API v1 bridges in this process (loopback and local sockets only): datapoint write to\n"
         "bridge request, wall switch to hub value, resident memory with many bridges, idle CPU time.\n"
         "With --api v2: an event storm through a CLIP v2 bridge and the same storm through API v1\n"
-        "polling, side by side: events applied per second, latency, memory, CPU time."));
+        "polling, side by side: events applied per second, latency, memory, CPU time.\n"
+        "With --commands: datapoint writes delivered to a bridge that takes 10 light changes a second\n"
+        "(burst, paced, slider, outage), CLIP v2 beside API v1."));
     parser.addHelpOption();
     const QCommandLineOption quick(
         QStringLiteral("quick"),
@@ -65,11 +67,15 @@ bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QStr
         QStringLiteral("storm-interval"),
         QStringLiteral("Milliseconds between two changes of every light in the storm (default 200)."),
         QStringLiteral("MS"));
+    const QCommandLineOption commands(
+        QStringLiteral("commands"),
+        QStringLiteral("Command delivery under a rate limit of 10 light changes/s, CLIP v2 beside v1 "
+                       "(with --quick: shorter paced and outage scenarios, fewer probe writes)."));
     const QCommandLineOption service(QStringLiteral("service"), QStringLiteral("The huecontroller binary."),
                                      QStringLiteral("PATH"));
     const QCommandLineOption keep(
         QStringLiteral("keep"), QStringLiteral("Keep the run folder (settings, sockets, databases, logs)."));
-    parser.addOptions({quick, api, storm, interval, service, keep, bridges, idle});
+    parser.addOptions({quick, api, commands, storm, interval, service, keep, bridges, idle});
 
     *exitCode = 2;
     if (!parser.parse(arguments)) {
@@ -99,6 +105,11 @@ bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QStr
             return false;
         }
         options->api = value == QLatin1String("v2") ? BenchApi::V2 : BenchApi::V1;
+    }
+    options->commands = parser.isSet(commands);
+    if (options->commands && parser.isSet(api)) {
+        *message = QStringLiteral("--commands runs both APIs; leave out --api");
+        return false;
     }
     if (parser.isSet(storm) && !parsePositive(parser.value(storm), 1, 3600, &options->stormSeconds)) {
         *message = QStringLiteral("--storm-seconds takes a number of seconds from 1 to 3600");

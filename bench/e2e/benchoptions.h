@@ -19,6 +19,7 @@ struct BenchOptions
 {
     bool quick = false;
     BenchApi api = BenchApi::V1;
+    bool commands = false; // command delivery under the bridge's rate limit, v2 beside v1
     QList<int> bridgeCounts{1, 5, 20}; // memory figures: this many bridges of 50 lights each
     int lightsPerBridge = 50;
     int idleSeconds = 60;
