@@ -38,16 +38,17 @@ int briForPercent(int percent)
     return std::clamp(int(std::lround(percent * 2.54)), 1, 254);
 }
 
+bool inFinalState(const BenchLight& light, int percent)
+{
+    const auto state = light.bridge->light(light.lightId);
+    return state && state->state.on && std::abs(state->state.bri - briForPercent(percent)) <= 1;
+}
+
 int lightsInFinalState(const std::vector<BenchLight>& lights, const std::vector<int>& finals)
 {
     int count = 0;
-    for (std::size_t i = 0; i < lights.size() && i < finals.size(); ++i) {
-        if (finals[i] < 0)
-            continue;
-        const auto light = lights[i].bridge->light(lights[i].lightId);
-        if (light && light->state.on && std::abs(light->state.bri - briForPercent(finals[i])) <= 1)
-            ++count;
-    }
+    for (std::size_t i = 0; i < lights.size() && i < finals.size(); ++i)
+        count += finals[i] >= 0 && inFinalState(lights[i], finals[i]) ? 1 : 0;
     return count;
 }
 

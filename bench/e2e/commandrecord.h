@@ -43,6 +43,7 @@ int briForPercent(int percent);
 
 // How many written lights show their final value in the emulator's light model now (brightness
 // within one step: the two APIs round differently).
+bool inFinalState(const BenchLight& light, int percent);
 int lightsInFinalState(const std::vector<BenchLight>& lights, const std::vector<int>& finals);
 
 // The earliest moment, in seconds after the first write, at which a bridge taking `rate` changes

@@ -42,6 +42,24 @@ void pauseUntil(const QElapsedTimer& clock, qint64 at)
         pause(int(left));
 }
 
+// A light not in its final state: the value it was last written, what the bridge shows, and
+// the light's last change in the record.
+QString missDescription(const BenchLight& light, int percent, const std::vector<bridgeemu::RecordedRequest>& requests)
+{
+    const auto state = light.bridge->light(light.lightId);
+    QString text = QStringLiteral("light %1 written %2 % (bri %3), the bridge shows %4 bri %5")
+                       .arg(QString::fromStdString(light.lightId))
+                       .arg(percent)
+                       .arg(briForPercent(percent))
+                       .arg(state && state->state.on ? QStringLiteral("on") : QStringLiteral("off"))
+                       .arg(state ? state->state.bri : -1);
+    for (auto it = requests.rbegin(); it != requests.rend(); ++it) {
+        if (isChangeOf(*it, light))
+            return text + QStringLiteral("; last change %1 %2").arg(it->status).arg(QString::fromStdString(it->body).left(90));
+    }
+    return text + QStringLiteral("; no change in the record");
+}
+
 } // namespace
 
 CommandScenarios::CommandScenarios(BenchSystem& system, std::vector<BenchLight> lights, const CommandPlan& plan)
@@ -113,7 +131,12 @@ ScenarioFigures CommandScenarios::finish(const std::vector<LightWrite>& writes, 
     waitForQuiet();
     figures.finalStates = lightsInFinalState(m_lights, finals);
 
-    const std::vector<LightPut> puts = lightPuts(m_bridge.requests(), m_lights);
+    const std::vector<bridgeemu::RecordedRequest> requests = m_bridge.requests();
+    const std::vector<LightPut> puts = lightPuts(requests, m_lights);
+    for (std::size_t i = 0; i < m_lights.size(); ++i) {
+        if (finals[i] >= 0 && !inFinalState(m_lights[i], finals[i]))
+            figures.misses << missDescription(m_lights[i], finals[i], requests);
+    }
     const WallTime first = writes.front().at;
     figures.sent = int(puts.size());
     figures.refused = int(m_bridge.rateLimitCounters().lights.refused);

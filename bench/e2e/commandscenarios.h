@@ -6,6 +6,7 @@
 #include "latencyprobes.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <vector>
 
@@ -25,6 +26,7 @@ struct ScenarioFigures
     double minimumS = -1;      // the physical minimum of the same (physicalMinimumSeconds)
     double firstChangeMs = -1; // first write -> first change of a written light
     std::vector<double> spacingMs; // between the changes of the slider's light while dragging
+    QStringList misses; // per light not in its final state: what it shows, its last change
     QString error;
 };
 

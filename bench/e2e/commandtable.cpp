@@ -4,6 +4,7 @@
 #include <QTextStream>
 
 #include <functional>
+#include <utility>
 #include <vector>
 
 namespace e2ebench {
@@ -132,12 +133,17 @@ QString formatCommandComparison(const CommandComparison& c)
         "   moment it is written (outage: not before the bridge is back), one change per 1/rate. Dragging:\n"
         "   the light's changes from the first write to 400 ms after the last.)\n");
     for (const CommandSide* side : {&c.v2, &c.v1}) {
-        for (const ScenarioFigures* f : {&side->burst, &side->paced, &side->slider, &side->outage}) {
+        const std::pair<const char*, const ScenarioFigures*> scenarios[] = {
+            {"burst", &side->burst}, {"paced", &side->paced}, {"slider", &side->slider}, {"outage", &side->outage}};
+        for (const auto& [name, f] : scenarios) {
+            const QString where = side->name + QStringLiteral(", ") + QLatin1String(name) + QStringLiteral(": ");
             if (f->failedWrites > 0)
-                out << "problem: " << side->name << ": " << f->failedWrites << " writes the hub could not make\n";
+                out << "problem: " << where << f->failedWrites << " writes the hub could not make\n";
+            for (const QString& miss : f->misses)
+                out << "missed: " << where << miss << '\n';
             if (f->refusedInRecord != f->refused)
-                out << "note: " << side->name << ": " << f->refusedInRecord << " refusals in the record, "
-                    << f->refused << " counted by the limit\n";
+                out << "note: " << where << f->refusedInRecord << " refusals in the record, " << f->refused
+                    << " counted by the limit\n";
         }
     }
     for (const QString& problem : c.problems)
