@@ -16,6 +16,7 @@
 #include <minijson.h>
 
 #include <atomic>
+#include <filesystem>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
@@ -123,13 +124,23 @@ struct BridgeEmulator::Impl
     void noteChange();
     void notePersistentChange();
     bool saveState(std::string* error);
+    bool loadAuthority(std::string* error);
     void loadCertificate(std::string* error);
+    // A new certificate of the bridge's own for `commonName`: issued by the authority (pro) or
+    // self-signed.
+    std::unique_ptr<ServerCertificate> makeOwnCertificate(const std::string& commonName, std::string* error) const;
+    std::string ownCommonName() const;
+    // Presents `next` from now on and keeps it in the state folder; with listenerMutex held.
+    void putCertificate(std::shared_ptr<const ServerCertificate> next, bool own);
+    // Where a plain request of a pro bridge is sent: the https port, or the shared port for
+    // one that came through it.
+    HttpResponse redirectToHttps(const HttpRequest& request) const;
     void stopFlood();
     void flushEvents();
     void changeQuirks(const std::function<void(ClipQuirks&)>& change);
 
     ListenerCallbacks callbacks(bool controlOnly);
-    bool openSet(ListenerSet& set, int port, bool controlOnly, const ServerCertificate* certificate,
+    bool openSet(ListenerSet& set, int port, bool controlOnly, const CertificateSlot* certificate,
                  std::string* error);
     void closeSet(ListenerSet& set);
     bool openShared(std::string* error);
@@ -162,7 +173,11 @@ struct BridgeEmulator::Impl
     std::atomic<bool> floodRunning{false};
 
     mutable std::mutex listenerMutex; // guards everything below but the ports
-    std::unique_ptr<ServerCertificate> certificate;
+    std::unique_ptr<CertificateAuthority> authority;
+    CertificateSlot certificate; // the one presented
+    bool certificateOwn = true;  // false while a replacement is presented
+    // Those presented before, newest last, with whether each was the bridge's own.
+    std::vector<std::pair<std::shared_ptr<const ServerCertificate>, bool>> earlierCertificates;
     ListenerSet https, http, control;
     SharedPortFront shared;
     std::atomic<int> sharedPort{-1};
@@ -197,29 +212,102 @@ bool BridgeEmulator::Impl::saveState(std::string* error)
     return StateDirectory(config.stateDir).saveState(state, error);
 }
 
-// Takes the kept certificate when it names what this run's would, else makes a new one.
-void BridgeEmulator::Impl::loadCertificate(std::string* error)
+// Takes the kept authority, else makes one (and keeps it).
+bool BridgeEmulator::Impl::loadAuthority(std::string* error)
 {
-    const std::string commonName =
-        config.certificateCommonName.empty() ? model.identity.bridgeId : config.certificateCommonName;
     const StateDirectory folder(config.stateDir);
     if (!config.stateDir.empty()) {
         std::string warning;
-        certificate = folder.loadCertificate(&warning);
-        if (certificate && certificate->commonName() != commonName) {
-            warning = "the kept certificate names \"" + certificate->commonName() + "\", not \"" +
-                      commonName + "\"";
-            certificate.reset();
+        authority = folder.loadAuthority(&warning);
+        if (!authority && std::filesystem::exists(config.stateDir + "/authority-root.pem"))
+            warn(warning + "; making a new test authority");
+    }
+    if (!authority) {
+        authority = CertificateAuthority::create(error);
+        std::string saveError;
+        if (authority && !config.stateDir.empty() && !folder.saveAuthority(*authority, &saveError))
+            warn("cannot keep the test authority: " + saveError);
+    }
+    return authority != nullptr;
+}
+
+std::string BridgeEmulator::Impl::ownCommonName() const
+{
+    return config.certificateCommonName.empty() ? model.identity.bridgeId : config.certificateCommonName;
+}
+
+std::unique_ptr<ServerCertificate> BridgeEmulator::Impl::makeOwnCertificate(const std::string& commonName,
+                                                                            std::string* error) const
+{
+    if (config.generation == BridgeGeneration::Pro)
+        return ServerCertificate::issue(*authority, model.identity.bridgeId, commonName, error);
+    return ServerCertificate::create(model.identity.bridgeId, error, commonName);
+}
+
+// Takes the kept certificate when it is what this run's would be (its common name, issued by
+// the authority for a pro bridge, else self-signed) or a replacement put in on purpose, else
+// makes a new one.
+void BridgeEmulator::Impl::loadCertificate(std::string* error)
+{
+    const std::string commonName = ownCommonName();
+    const bool issued = config.generation == BridgeGeneration::Pro;
+    const StateDirectory folder(config.stateDir);
+    std::unique_ptr<ServerCertificate> kept;
+    bool own = true;
+    if (!config.stateDir.empty()) {
+        std::string warning;
+        kept = folder.loadCertificate(&warning, &own);
+        if (kept && own && kept->commonName() != commonName) {
+            warning = "the kept certificate names \"" + kept->commonName() + "\", not \"" + commonName + "\"";
+            kept.reset();
+        } else if (kept && own && (issued ? !kept->isIssuedBy(authority->intermediate()) : !kept->isSelfSigned())) {
+            warning = issued ? "the kept certificate is not issued by the test authority"
+                             : "the kept certificate is not self-signed";
+            kept.reset();
         }
-        if (!certificate)
+        if (!kept)
             warn(warning + "; making a new certificate");
     }
-    if (!certificate) {
-        certificate = ServerCertificate::create(model.identity.bridgeId, error, commonName);
+    if (!kept) {
+        own = true;
+        kept = makeOwnCertificate(commonName, error);
         std::string saveError;
-        if (certificate && !config.stateDir.empty() && !folder.saveCertificate(*certificate, &saveError))
+        if (kept && !config.stateDir.empty() && !folder.saveCertificate(*kept, &saveError))
             warn("cannot keep the certificate: " + saveError);
     }
+    certificateOwn = own;
+    certificate.set(std::move(kept));
+}
+
+void BridgeEmulator::Impl::putCertificate(std::shared_ptr<const ServerCertificate> next, bool own)
+{
+    if (!config.stateDir.empty()) {
+        std::string error;
+        if (!StateDirectory(config.stateDir).saveCertificate(*next, &error, own))
+            warn("cannot keep the certificate: " + error);
+    }
+    certificate.set(std::move(next));
+    certificateOwn = own;
+}
+
+HttpResponse BridgeEmulator::Impl::redirectToHttps(const HttpRequest& request) const
+{
+    std::string host = "127.0.0.1";
+    for (const auto& [name, value] : request.headers) {
+        if (toLower(name) != "host" || value.empty())
+            continue;
+        // The host without its port; an IPv6 address keeps its brackets.
+        const std::size_t close = value.rfind(']');
+        const std::size_t colon = value.rfind(':');
+        host = colon != std::string::npos && (close == std::string::npos || colon > close) ? value.substr(0, colon)
+                                                                                          : value;
+    }
+    const bool viaShared = sharedPort > 0 && request.localPort == sharedPort;
+    const int port = viaShared ? sharedPort.load() : https.port.load();
+    HttpResponse response = HttpResponse::text(301, "Moved Permanently", "text/html");
+    response.headers.emplace_back("Location", "https://" + host + (port == 443 ? "" : ":" + std::to_string(port)) +
+                                                  request.target);
+    return response;
 }
 
 void BridgeEmulator::Impl::stopFlood()
@@ -278,8 +366,13 @@ void BridgeEmulator::Impl::changeQuirks(const std::function<void(ClipQuirks&)>& 
 ListenerCallbacks BridgeEmulator::Impl::callbacks(bool controlOnly)
 {
     ListenerCallbacks result;
+    // Without a plain HTTP port, the shared port relays its plain connections to the control
+    // port; those are the bridge's own.
     if (controlOnly)
-        result.handle = [this](const HttpRequest& request) { return router.routeControlOnly(request); };
+        result.handle = [this](const HttpRequest& request) {
+            return sharedPort > 0 && shared.relaysFrom(request.remotePort) ? router.route(asReceived(request))
+                                                                           : router.routeControlOnly(request);
+        };
     else
         result.handle = [this](const HttpRequest& request) { return router.route(asReceived(request)); };
     result.answeredByLibrary = [this, controlOnly](const HttpRequest& request, int status) {
@@ -290,7 +383,7 @@ ListenerCallbacks BridgeEmulator::Impl::callbacks(bool controlOnly)
     return result;
 }
 
-bool BridgeEmulator::Impl::openSet(ListenerSet& set, int port, bool controlOnly, const ServerCertificate* tls,
+bool BridgeEmulator::Impl::openSet(ListenerSet& set, int port, bool controlOnly, const CertificateSlot* tls,
                                    std::string* error)
 {
     ListenerLimits limits;
@@ -326,7 +419,7 @@ bool BridgeEmulator::Impl::openShared(std::string* error)
     if (config.sharedPort < 0)
         return true;
     const int port = sharedPort > 0 ? sharedPort.load() : config.sharedPort;
-    if (!shared.start(port, https.port, http.port, error))
+    if (!shared.start(port, https.port, http.port > 0 ? http.port.load() : control.port.load(), error))
         return false;
     sharedPort = shared.port();
     return true;
@@ -350,6 +443,14 @@ EmulatorConfig normalized(EmulatorConfig config, std::string& error, const std::
         config.identity.bridgeId = stored->bridgeId;
         config.identity.mac = stored->mac;
     }
+    applyGenerationDefaults(config.identity, config.generation);
+    if (config.generation == BridgeGeneration::Round)
+        config.clipV2 = false;
+    if (config.generation != BridgeGeneration::Pro)
+        config.httpClosed = false;
+    // The control API must stay reachable over plain HTTP.
+    if (config.httpClosed && config.controlPort < 0)
+        config.controlPort = 0;
     BridgeIdentity identity = config.identity;
     if (normalizeIdentity(identity, &error))
         config.identity = identity;
@@ -387,6 +488,10 @@ BridgeEmulator::BridgeEmulator(EmulatorConfig config)
         applyState(*stored, d->model);
     }
     d->resourceEvents.reset(v2::renderResources(d->model));
+    if (d->config.generation == BridgeGeneration::Pro) {
+        d->router.setDescriptionServed(false);
+        d->router.setPlainHandler([impl = d.get()](const HttpRequest& request) { return impl->redirectToHttps(request); });
+    }
     if (d->config.rateLimit && !setRateLimit(*d->config.rateLimit) && d->identityError.empty())
         validRateLimit(*d->config.rateLimit, &d->identityError);
 }
@@ -406,9 +511,14 @@ bool BridgeEmulator::start(std::string* error)
     std::lock_guard<std::mutex> lock(d->listenerMutex);
     if (d->running)
         return true;
-    if (!d->certificate)
+    if (!d->authority && !d->loadAuthority(error))
+        return false;
+    if (!d->certificate.current())
         d->loadCertificate(error);
-    if (!d->certificate)
+    if (!d->certificate.current())
+        return false;
+    if (!d->config.writeAuthorityPath.empty() &&
+        !writeFileAtomically(d->config.writeAuthorityPath, d->authority->root().pem(), error))
         return false;
     std::string saveError;
     d->savePending = false; // a write asked for while stopped happens here
@@ -416,11 +526,13 @@ bool BridgeEmulator::start(std::string* error)
         warn("cannot keep the state: " + saveError);
     d->faults.resumeAfterAbort();
     d->scheduler.start();
+    const bool withHttps = d->config.generation != BridgeGeneration::Round;
     const bool opened =
-        d->openSet(d->https, d->https.port > 0 ? d->https.port.load() : d->config.httpsPort, false,
-                   d->certificate.get(), error) &&
-        d->openSet(d->http, d->http.port > 0 ? d->http.port.load() : d->config.httpPort, false, nullptr,
-                   error) &&
+        (!withHttps || d->openSet(d->https, d->https.port > 0 ? d->https.port.load() : d->config.httpsPort,
+                                  false, &d->certificate, error)) &&
+        (d->config.httpClosed ||
+         d->openSet(d->http, d->http.port > 0 ? d->http.port.load() : d->config.httpPort, false, nullptr,
+                    error)) &&
         (d->config.controlPort < 0 ||
          d->openSet(d->control, d->control.port > 0 ? d->control.port.load() : d->config.controlPort, true,
                     nullptr, error)) &&
@@ -497,8 +609,73 @@ int BridgeEmulator::sharedPort() const
 
 std::string BridgeEmulator::certificatePem() const
 {
+    const auto current = d->certificate.current();
+    return current ? current->pem() : std::string();
+}
+
+std::string BridgeEmulator::certificateChainPem() const
+{
+    const auto current = d->certificate.current();
+    return current ? current->chainPem() : std::string();
+}
+
+BridgeGeneration BridgeEmulator::generation() const
+{
+    return d->config.generation;
+}
+
+std::string BridgeEmulator::authorityPem() const
+{
     std::lock_guard<std::mutex> lock(d->listenerMutex);
-    return d->certificate ? d->certificate->pem() : std::string();
+    return d->authority ? d->authority->root().pem() : std::string();
+}
+
+bool BridgeEmulator::renewCertificate(std::string* error)
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    const auto current = d->certificate.current();
+    if (!current || !d->authority) {
+        if (error)
+            *error = "the emulator has not started";
+        return false;
+    }
+    std::shared_ptr<const ServerCertificate> next = d->makeOwnCertificate(current->commonName(), error);
+    if (!next)
+        return false;
+    d->earlierCertificates.emplace_back(current, d->certificateOwn);
+    d->putCertificate(std::move(next), d->certificateOwn);
+    return true;
+}
+
+bool BridgeEmulator::replaceCertificate(const std::string& commonName, bool selfSigned, std::string* error)
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    const auto current = d->certificate.current();
+    if (!current || !d->authority) {
+        if (error)
+            *error = "the emulator has not started";
+        return false;
+    }
+    const std::string name = commonName.empty() ? d->model.identity.bridgeId : commonName;
+    std::shared_ptr<const ServerCertificate> next =
+        selfSigned ? ServerCertificate::create(d->model.identity.bridgeId, error, name)
+                   : ServerCertificate::issue(*d->authority, d->model.identity.bridgeId, name, error);
+    if (!next)
+        return false;
+    d->earlierCertificates.emplace_back(current, d->certificateOwn);
+    d->putCertificate(std::move(next), false);
+    return true;
+}
+
+bool BridgeEmulator::restoreCertificate()
+{
+    std::lock_guard<std::mutex> lock(d->listenerMutex);
+    if (d->earlierCertificates.empty())
+        return false;
+    auto [earlier, own] = std::move(d->earlierCertificates.back());
+    d->earlierCertificates.pop_back();
+    d->putCertificate(std::move(earlier), own);
+    return true;
 }
 
 BridgeIdentity BridgeEmulator::identity() const
@@ -789,8 +966,10 @@ bool BridgeEmulator::acceptConnections(std::string* error)
         return false;
     if (!d->refusing)
         return true;
-    const bool opened = d->openSet(d->https, d->https.port, false, d->certificate.get(), error) &&
-                        d->openSet(d->http, d->http.port, false, nullptr, error) && d->openShared(error);
+    const bool opened =
+        (d->config.generation == BridgeGeneration::Round ||
+         d->openSet(d->https, d->https.port, false, &d->certificate, error)) &&
+        (d->config.httpClosed || d->openSet(d->http, d->http.port, false, nullptr, error)) && d->openShared(error);
     d->refusing = !opened;
     return opened;
 }

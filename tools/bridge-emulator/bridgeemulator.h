@@ -24,6 +24,16 @@ namespace bridgeemu {
 
 struct EmulatorConfig
 {
+    // The kind of bridge (bridgeidentity.h): its defaults of model, versions and MAC, and what
+    // it serves. Round: no HTTPS port and no CLIP v2. Pro: a certificate issued by the test
+    // authority, no /description.xml, and plain HTTP answering every request outside
+    // /emulator/ with 301 to the same path on HTTPS.
+    BridgeGeneration generation = BridgeGeneration::Square;
+    // Pro only: no plain HTTP port at all (httpPort() is -1); the control API then needs the
+    // control port, which is opened on a free port when controlPort is -1.
+    bool httpClosed = false;
+    // Where start() writes the test authority's root certificate (PEM); empty: nowhere.
+    std::string writeAuthorityPath;
     BridgeIdentity identity;
     std::vector<LightSpec> lights = defaultLightSet();
     bool defaultGroups = true; // two rooms and a light group over the lights above
@@ -56,7 +66,7 @@ struct EmulatorConfig
     bool lightMetadata = true;
 
     // A folder that keeps the bridge's identity across runs: its TLS key and certificate
-    // (key.pem, certificate.pem) and bridge.json with the bridge id, the whitelist, the lights
+    // (key.pem, certificate.pem, certificate.json), the test authority (authority-*.pem) and bridge.json with the bridge id, the whitelist, the lights
     // and the groups. A start with the same folder is the same bridge. Empty: nothing is kept.
     std::string stateDir;
     // With a state folder, the bridge id (and MAC) kept there replace those of `identity`; the
@@ -118,7 +128,23 @@ public:
     int httpPort() const;
     int controlPort() const; // -1 without a control port
     int sharedPort() const;  // -1 without a shared port
+    // The certificate presented now (PEM), and with the chain after it.
     std::string certificatePem() const;
+    std::string certificateChainPem() const;
+    BridgeGeneration generation() const;
+
+    // The test authority's root certificate (PEM), which a client has to trust to accept the
+    // certificate of a pro bridge; made at construction (or read from the state folder).
+    std::string authorityPem() const;
+    // New connections get a new certificate (open ones keep theirs); the one before goes on a
+    // stack that restoreCertificate() takes it back from. Renewal: a fresh key and certificate
+    // for the same common name, issued by the authority (pro) or self-signed (else).
+    bool renewCertificate(std::string* error = nullptr);
+    // A certificate that is not the bridge's own: for `commonName` (empty: the bridge id),
+    // self-signed by a stranger or issued by the test authority.
+    bool replaceCertificate(const std::string& commonName, bool selfSigned, std::string* error = nullptr);
+    // Back to the certificate before the last renewal or replacement; false when there is none.
+    bool restoreCertificate();
 
     // Identity. The bridge id and MAC are fixed at construction; the rest may change at any time.
     BridgeIdentity identity() const;

@@ -72,6 +72,51 @@ std::string toUpper(std::string_view text)
     return result;
 }
 
+std::optional<BridgeGeneration> parseGeneration(std::string_view text)
+{
+    if (text == "round")
+        return BridgeGeneration::Round;
+    if (text == "square")
+        return BridgeGeneration::Square;
+    if (text == "pro")
+        return BridgeGeneration::Pro;
+    return std::nullopt;
+}
+
+const char* generationName(BridgeGeneration generation)
+{
+    switch (generation) {
+    case BridgeGeneration::Round:
+        return "round";
+    case BridgeGeneration::Pro:
+        return "pro";
+    case BridgeGeneration::Square:
+        break;
+    }
+    return "square";
+}
+
+void applyGenerationDefaults(BridgeIdentity& identity, BridgeGeneration generation)
+{
+    if (generation == BridgeGeneration::Square)
+        return;
+    const BridgeIdentity defaults;
+    const bool round = generation == BridgeGeneration::Round;
+    if (identity.modelId == defaults.modelId)
+        identity.modelId = round ? "BSB001" : "BSB003";
+    if (identity.apiVersion == defaults.apiVersion)
+        identity.apiVersion = round ? "1.16.0" : "1.76.0";
+    if (identity.swVersion == defaults.swVersion)
+        identity.swVersion = round ? "01041302" : "2071280000";
+    if (round)
+        return;
+    // The newest bridges come with MAC addresses of another range.
+    if (toLower(identity.bridgeId) == defaults.bridgeId)
+        identity.bridgeId = "c42996fffe" + defaults.bridgeId.substr(10);
+    if (identity.mac.empty() && isValidBridgeId(identity.bridgeId))
+        identity.mac = macFromBridgeId("c42996fffe" + toLower(identity.bridgeId.substr(10)));
+}
+
 bool normalizeIdentity(BridgeIdentity& identity, std::string* error)
 {
     if (!isValidBridgeId(identity.bridgeId)) {

@@ -476,6 +476,32 @@ HttpResponse handleOversize(BridgeEmulator& emulator, const HttpRequest& request
     return ok();
 }
 
+// GET: the certificate presented now; POST {"action":"renew"|"replace"|"restore"} changes it.
+HttpResponse handleCertificate(BridgeEmulator& emulator, const HttpRequest& request, const CObject& body)
+{
+    if (request.method == "POST") {
+        const std::string action = body.GetString("action");
+        std::string error;
+        bool done = false;
+        if (action == "renew")
+            done = emulator.renewCertificate(&error);
+        else if (action == "replace")
+            done = emulator.replaceCertificate(body.GetString("common_name"),
+                                               !body.Contains("self_signed") || body.GetBoolean("self_signed"),
+                                               &error);
+        else if (action == "restore" && !(done = emulator.restoreCertificate()))
+            error = "no earlier certificate";
+        else if (action != "restore")
+            return failure(400, "\"action\" must be renew, replace or restore");
+        if (!done)
+            return failure(action == "restore" ? 409 : 500, error);
+    }
+    auto result = std::make_unique<CObject>();
+    result->SetString("pem", emulator.certificatePem());
+    result->SetString("chain", emulator.certificateChainPem());
+    return ok(std::move(result));
+}
+
 HttpResponse summary(BridgeEmulator& emulator)
 {
     CObject object;
@@ -484,6 +510,7 @@ HttpResponse summary(BridgeEmulator& emulator)
     object.SetString("name", identity.name);
     object.SetString("apiversion", identity.apiVersion);
     object.SetString("swversion", identity.swVersion);
+    object.SetString("generation", generationName(emulator.generation()));
     object.SetInt("https_port", emulator.httpsPort());
     object.SetInt("http_port", emulator.httpPort());
     object.SetInt("control_port", emulator.controlPort());
@@ -549,6 +576,10 @@ HttpResponse handleControlRequest(BridgeEmulator& emulator, const HttpRequest& r
         return handleFaults(emulator, request, what, body);
     if (what == "v2" && rest.size() == 1 && (method == "PUT" || method == "GET"))
         return handleClipQuirks(emulator, request, body);
+    if (what == "authority" && rest.size() == 1 && method == "GET")
+        return HttpResponse::text(200, emulator.authorityPem(), "application/x-pem-file");
+    if (what == "certificate" && rest.size() == 1 && (method == "GET" || method == "POST"))
+        return handleCertificate(emulator, request, body);
     if (what == "description" && rest.size() == 1 && method == "PUT")
         return handleDescription(emulator, body);
     if (what == "ratelimit" && rest.size() == 1 && (method == "PUT" || method == "GET" || method == "DELETE"))

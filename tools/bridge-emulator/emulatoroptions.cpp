@@ -48,6 +48,7 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
     int logLimit = 10000;
     std::string lights;
     std::string rateLimit;
+    std::string generation = "square";
     // Options that take a value, as "--name VALUE" or "--name=VALUE".
     const std::map<std::string, std::function<bool(const std::string&)>> valued = {
         {"--https-port", port(config.httpsPort)},
@@ -59,6 +60,9 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
              return text(config.identity.bridgeId)(value);
          }},
         {"--state-dir", text(config.stateDir)},
+        {"--generation",
+         [&](const std::string& value) { return text(generation)(value) && parseGeneration(value).has_value(); }},
+        {"--write-authority", text(config.writeAuthorityPath)},
         {"--cert-cn", text(config.certificateCommonName)},
         {"--name", text(config.identity.name)},
         {"--mac", text(config.identity.mac)},
@@ -93,6 +97,8 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
             options.verbose = true;
         } else if (name == "--ipv6") {
             config.alsoIpv6 = true;
+        } else if (name == "--http-closed") {
+            config.httpClosed = true;
         } else if (name == "--no-groups") {
             config.defaultGroups = false;
         } else if (name == "--no-light-metadata") {
@@ -133,10 +139,17 @@ std::optional<EmulatorOptions> parseEmulatorOptions(const std::vector<std::strin
         if (!config.rateLimit)
             return fail("--rate-limit: " + rateError);
     }
-    // A bridge without CLIP v2 runs a firmware older than the first one that has it.
-    config.clipV2 = api == "v2";
-    if (!config.clipV2 && !swVersionGiven)
+    config.generation = *parseGeneration(generation);
+    if (config.httpClosed && config.generation != BridgeGeneration::Pro)
+        return fail("--http-closed needs --generation pro");
+    if (config.generation == BridgeGeneration::Round && config.sharedPort >= 0)
+        return fail("--shared-port needs a bridge with HTTPS (not --generation round)");
+    // A bridge without CLIP v2 runs a firmware older than the first one that has it; the round
+    // bridge never had it.
+    config.clipV2 = api == "v2" && config.generation != BridgeGeneration::Round;
+    if (api == "v1" && !swVersionGiven && config.generation != BridgeGeneration::Round)
         config.identity.swVersion = "1941132080";
+    applyGenerationDefaults(config.identity, config.generation);
     if (!config.clipV2 && !config.clipDumpPath.empty())
         return fail("--clip-dump needs --api v2");
     config.eventWindow = std::chrono::milliseconds(eventWindow);
@@ -155,7 +168,7 @@ std::string emulatorHelpText()
 A Philips Hue bridge (REST API version 1 and CLIP API version 2 with its event stream) on
 127.0.0.1 for tests and the demo. It serves HTTPS with a self-signed certificate whose common
 name is the bridge id, plain HTTP, and a control API under /emulator/ on both.
-When it is ready it prints one line on standard output:
+When it is ready it prints one line on standard output (a port it does not open is -1):
     listening https=PORT http=PORT [control=PORT] [shared=PORT]
 SIGINT or SIGTERM ends it.
 
@@ -168,9 +181,25 @@ Options:
                         alike, told apart by each connection's first byte, as a real bridge's
                         one address does (https on 443, http on 80); 127.0.0.1 only
   --ipv6                listen on ::1 as well, on the same port numbers
-  --bridge-id HEX       16 hex digits (default 001788fffe123456, or the one kept in --state-dir)
-  --state-dir DIR       keep the TLS key and certificate, the whitelist, the lights and the
-                        groups in DIR (written shortly after every change and at the end) and
+  --generation round|square|pro
+                        the kind of bridge (default square: BSB002, HTTPS with a self-signed
+                        certificate and plain HTTP). pro: BSB003, apiversion 1.76.0, swversion
+                        2071280000, bridge id and MAC under c4:29:96, HTTPS only with a
+                        certificate issued by the emulator's test authority (leaf and
+                        intermediate presented), no /description.xml, and plain HTTP (its port
+                        and the shared port's plain side) answering every request outside
+                        /emulator/ with 301 to the same path on HTTPS. round: BSB001,
+                        apiversion 1.16.0, swversion 01041302, API version 1 over plain HTTP
+                        only (no HTTPS port, no CLIP v2)
+  --http-closed         pro only: no plain HTTP port at all; the control API is then served on
+                        the control port (a free one unless --control-port names one)
+  --write-authority PATH
+                        write the test authority's root certificate (PEM) to PATH at start, for
+                        a client to trust (the service's setting "debug/extraTrustedRoots")
+  --bridge-id HEX       16 hex digits (default 001788fffe123456, pro c42996fffe123456, or the
+                        one kept in --state-dir)
+  --state-dir DIR       keep the TLS key and certificate, the test authority, the whitelist,
+                        the lights and the groups in DIR (written shortly after every change and at the end) and
                         take them from there at the next start: the same bridge again
   --cert-cn TEXT        the certificate's common name instead of the bridge id (a bridge
                         whose certificate names another bridge)
@@ -219,7 +248,7 @@ GET /eventstream/clip/v2 (Accept: text/event-stream): ": hi", then "id: <seconds
 "data: [events]" per message; Last-Event-ID replays the messages after it.
 
 Control API (JSON bodies; answers {"ok":true,...} or {"error":...}):
-  GET    /emulator                  summary: ports, bridge id, light ids, link button
+  GET    /emulator                  summary: generation, ports, bridge id, light ids, link button
   POST   /emulator/linkbutton       press it; {"delay_ms":N} presses N ms later
   GET    /emulator/linkbutton       {"active":bool}
   PUT    /emulator/config           {"name","apiversion","swversion","zigbeechannel"}
@@ -282,6 +311,16 @@ Control API (JSON bodies; answers {"ok":true,...} or {"error":...}):
   GET    /emulator/ratelimit        {"active","status","retry_after","lights":{"rate","burst",
                                     "tokens","accepted","refused"},"groups":{...}}
   DELETE /emulator/ratelimit        no more limit (the counters stay readable)
+  GET    /emulator/authority        the test authority's root certificate (PEM text, not JSON)
+  GET    /emulator/certificate      {"pem","chain"}: the certificate presented now, alone and
+                                    with its chain
+  POST   /emulator/certificate      {"action":"renew"}: a new key and certificate for the same
+                                    common name (pro: from the authority; else self-signed);
+                                    {"action":"replace","common_name":TEXT,"self_signed":bool}:
+                                    one that is not the bridge's own (common name default the
+                                    bridge id; self_signed default true, false: issued by the
+                                    authority); {"action":"restore"}: the one before the last
+                                    renew or replace. New connections get it; kept in --state-dir
   GET    /emulator/requests         every request to the bridge: method, path, scheme, port,
                                     headers, body, time, status
   DELETE /emulator/requests         clear that record

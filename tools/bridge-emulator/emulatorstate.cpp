@@ -309,23 +309,67 @@ bool StateDirectory::saveState(const StoredState& state, std::string* error) con
     return writeFileAtomically(file("bridge.json"), stateToJson(state), error);
 }
 
-std::unique_ptr<ServerCertificate> StateDirectory::loadCertificate(std::string* warning) const
+std::unique_ptr<ServerCertificate> StateDirectory::loadPair(const char* certificateFile, const char* keyFile,
+                                                            std::string* warning) const
 {
-    const auto certificatePem = readWholeFile(file("certificate.pem"), warning);
-    const auto keyPem = certificatePem ? readWholeFile(file("key.pem"), warning) : std::nullopt;
+    const auto certificatePem = readWholeFile(file(certificateFile), warning);
+    const auto keyPem = certificatePem ? readWholeFile(file(keyFile), warning) : std::nullopt;
     if (!keyPem)
         return nullptr;
     std::string error;
     auto certificate = ServerCertificate::fromPem(*certificatePem, *keyPem, &error);
     if (!certificate && warning)
-        *warning = m_path + ": " + error;
+        *warning = file(certificateFile) + ": " + error;
     return certificate;
 }
 
-bool StateDirectory::saveCertificate(const ServerCertificate& certificate, std::string* error) const
+bool StateDirectory::savePair(const ServerCertificate& certificate, const char* certificateFile,
+                              const char* keyFile, std::string* error) const
 {
-    return writeFileAtomically(file("key.pem"), certificate.keyPem(), error, 0600) &&
-           writeFileAtomically(file("certificate.pem"), certificate.pem(), error);
+    return writeFileAtomically(file(keyFile), certificate.keyPem(), error, 0600) &&
+           writeFileAtomically(file(certificateFile), certificate.chainPem(), error);
+}
+
+std::unique_ptr<ServerCertificate> StateDirectory::loadCertificate(std::string* warning, bool* own) const
+{
+    if (own) {
+        // Without the file (a folder of an older run) the certificate is the bridge's own.
+        *own = true;
+        if (const auto text = readWholeFile(file("certificate.json"), nullptr)) {
+            try {
+                const auto document = CParser::Parse(*text);
+                *own = !document->IsObject() || !document->Object().Contains("own") ||
+                       document->Object().GetBoolean("own");
+            } catch (const CException&) {
+            }
+        }
+    }
+    return loadPair("certificate.pem", "key.pem", warning);
+}
+
+bool StateDirectory::saveCertificate(const ServerCertificate& certificate, std::string* error, bool own) const
+{
+    CObject marker;
+    marker.SetBoolean("own", own);
+    return savePair(certificate, "certificate.pem", "key.pem", error) &&
+           writeFileAtomically(file("certificate.json"), marker.ToString(), error);
+}
+
+std::unique_ptr<CertificateAuthority> StateDirectory::loadAuthority(std::string* warning) const
+{
+    auto root = loadPair("authority-root.pem", "authority-root-key.pem", warning);
+    auto intermediate = root ? loadPair("authority-intermediate.pem", "authority-intermediate-key.pem", warning)
+                             : nullptr;
+    if (!intermediate)
+        return nullptr;
+    return CertificateAuthority::fromParts(std::move(root), std::move(intermediate), warning);
+}
+
+bool StateDirectory::saveAuthority(const CertificateAuthority& authority, std::string* error) const
+{
+    return savePair(authority.root(), "authority-root.pem", "authority-root-key.pem", error) &&
+           savePair(authority.intermediate(), "authority-intermediate.pem", "authority-intermediate-key.pem",
+                    error);
 }
 
 bool writeFileAtomically(const std::string& path, const std::string& content, std::string* error,

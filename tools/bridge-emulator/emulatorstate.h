@@ -9,6 +9,7 @@
 
 namespace bridgeemu {
 
+class CertificateAuthority;
 class ServerCertificate;
 
 // What a bridge keeps across restarts, apart from its TLS key: who it is, the applications it
@@ -41,7 +42,10 @@ std::string stateToJson(const StoredState& state);
 // Nothing, with a message in `error`, for text that is not a state this writes.
 std::optional<StoredState> stateFromJson(const std::string& text, std::string* error);
 
-// The files of a state directory: bridge.json (the state above), certificate.pem and key.pem.
+// The files of a state directory: bridge.json (the state above); certificate.pem (with its
+// chain), key.pem and certificate.json ({"own":false} for a certificate put in by replacement,
+// which is kept whatever it names); the test authority's authority-root.pem,
+// authority-root-key.pem, authority-intermediate.pem and authority-intermediate-key.pem.
 // Every file is written to a temporary name first and renamed over the old one, so a reader
 // sees the old file or the new one, never a part.
 class StateDirectory
@@ -52,10 +56,17 @@ public:
     // Nothing, with the reason in `warning`, when the file is missing or unreadable.
     std::optional<StoredState> loadState(std::string* warning) const;
     bool saveState(const StoredState& state, std::string* error) const;
-    std::unique_ptr<ServerCertificate> loadCertificate(std::string* warning) const;
-    bool saveCertificate(const ServerCertificate& certificate, std::string* error) const;
+    // `own`, when given, tells whether the certificate is the bridge's own (not a replacement).
+    std::unique_ptr<ServerCertificate> loadCertificate(std::string* warning, bool* own = nullptr) const;
+    bool saveCertificate(const ServerCertificate& certificate, std::string* error, bool own = true) const;
+    std::unique_ptr<CertificateAuthority> loadAuthority(std::string* warning) const;
+    bool saveAuthority(const CertificateAuthority& authority, std::string* error) const;
 
 private:
+    std::unique_ptr<ServerCertificate> loadPair(const char* certificateFile, const char* keyFile,
+                                                std::string* warning) const;
+    bool savePair(const ServerCertificate& certificate, const char* certificateFile, const char* keyFile,
+                  std::string* error) const;
     std::string file(const char* name) const { return m_path + "/" + name; }
 
     std::string m_path;

@@ -42,9 +42,23 @@ HttpRequest convertRequest(const httplib::Request& request, const char* scheme, 
     return converted;
 }
 
+// Puts the slot's current certificate, key and chain on a connection whose handshake begins.
+int presentCurrentCertificate(SSL* ssl, void* argument)
+{
+    const auto current = static_cast<const CertificateSlot*>(argument)->current();
+    if (!current || SSL_use_certificate(ssl, current->certificate()) != 1 ||
+        SSL_use_PrivateKey(ssl, current->privateKey()) != 1 || SSL_clear_chain_certs(ssl) != 1)
+        return 0;
+    for (X509* link : current->chain()) {
+        if (SSL_add1_chain_cert(ssl, link) != 1)
+            return 0;
+    }
+    return 1;
+}
+
 } // namespace
 
-HttpListener::HttpListener(std::string host, const ServerCertificate* certificate,
+HttpListener::HttpListener(std::string host, const CertificateSlot* certificate,
                            ListenerCallbacks callbacks, ListenerLimits limits)
     : m_host(std::move(host)), m_certificate(certificate), m_callbacks(std::move(callbacks)), m_limits(limits)
 {
@@ -59,10 +73,19 @@ bool HttpListener::start(int port, std::string* error)
 {
     if (isListening())
         return true;
-    if (m_certificate)
-        m_server =
-            std::make_unique<httplib::SSLServer>(m_certificate->certificate(), m_certificate->privateKey());
-    else
+    if (m_certificate) {
+        const auto initial = m_certificate->current();
+        if (!initial) {
+            if (error)
+                *error = "no certificate to present";
+            return false;
+        }
+        auto server = std::make_unique<httplib::SSLServer>(initial->certificate(), initial->privateKey());
+        if (server->is_valid())
+            SSL_CTX_set_cert_cb(server->ssl_context(), presentCurrentCertificate,
+                                const_cast<CertificateSlot*>(m_certificate));
+        m_server = std::move(server);
+    } else
         m_server = std::make_unique<httplib::Server>();
     if (!m_server->is_valid()) {
         if (error)

@@ -14,7 +14,7 @@ class Server;
 
 namespace bridgeemu {
 
-class ServerCertificate;
+class CertificateSlot;
 
 struct ListenerCallbacks
 {
@@ -38,8 +38,9 @@ struct ListenerLimits
 class HttpListener
 {
 public:
-    // `certificate` (null for plain HTTP) must outlive the listener.
-    HttpListener(std::string host, const ServerCertificate* certificate, ListenerCallbacks callbacks,
+    // `certificate` (null for plain HTTP) must outlive the listener; each new connection
+    // presents the certificate (and chain) current in it when its handshake begins.
+    HttpListener(std::string host, const CertificateSlot* certificate, ListenerCallbacks callbacks,
                  ListenerLimits limits);
     ~HttpListener();
     HttpListener(const HttpListener&) = delete;
@@ -58,7 +59,7 @@ private:
     void setUpRoutes();
 
     std::string m_host;
-    const ServerCertificate* m_certificate;
+    const CertificateSlot* m_certificate;
     ListenerCallbacks m_callbacks;
     ListenerLimits m_limits;
     std::unique_ptr<httplib::Server> m_server;

@@ -43,6 +43,11 @@ HttpResponse RequestRouter::route(const HttpRequest& request)
 
     const std::uint64_t sequence = m_log.record(request, sinceStart());
     HttpResponse response;
+    if (m_plainHandler && request.scheme == "http") {
+        response = m_plainHandler(request);
+        m_log.setStatus(sequence, response.status);
+        return response;
+    }
     const auto stallFor = m_faults.takeStall(request.method, request.path);
     if (stallFor && m_faults.hold(*stallFor) == FaultRules::HoldOutcome::Aborted) {
         // The connection is being cut; nothing of this request may take effect.
@@ -97,7 +102,7 @@ std::optional<HttpResponse> RequestRouter::rateRefusal(const HttpRequest& reques
 
 HttpResponse RequestRouter::answerFromBridge(const HttpRequest& request)
 {
-    if (request.path == "/description.xml") {
+    if (request.path == "/description.xml" && m_describes) {
         const int port = m_httpPort > 0 ? m_httpPort.load() : request.localPort;
         const DescriptionShape shape = m_faults.descriptionShape();
         std::lock_guard<std::mutex> lock(m_modelMutex);

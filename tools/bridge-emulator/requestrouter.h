@@ -36,6 +36,15 @@ public:
 
     static bool isControlPath(const std::string& path);
 
+    // Set before the listeners open. Whether /description.xml is served (else 404), and who
+    // answers every plain HTTP request outside /emulator/ instead of the bridge (a redirect
+    // to HTTPS); such requests are recorded with that answer and meet no fault rule.
+    void setDescriptionServed(bool served) { m_describes = served; }
+    void setPlainHandler(std::function<HttpResponse(const HttpRequest&)> handler)
+    {
+        m_plainHandler = std::move(handler);
+    }
+
 private:
     HttpResponse answerFromBridge(const HttpRequest& request);
     // The refusal of a change over the rate limit, or nothing when it may go ahead.
@@ -52,6 +61,8 @@ private:
     EventStreamHub& m_events;
     std::function<void()> m_noteChange;
     const SteadyTime m_startedAt;
+    bool m_describes = true;
+    std::function<HttpResponse(const HttpRequest&)> m_plainHandler;
 };
 
 } // namespace bridgeemu
