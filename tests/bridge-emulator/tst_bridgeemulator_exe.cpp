@@ -66,6 +66,10 @@ private slots:
             << QStringList{"--http-port", "70000"} << "bad value for --http-port";
         QTest::addRow("missing value") << QStringList{"--name"} << "--name needs a value";
         QTest::addRow("unknown option") << QStringList{"--colour"} << "unknown option \"--colour\"";
+        QTest::addRow("http closed on a square bridge") << QStringList{"--http-closed"} << "--http-closed needs";
+        QTest::addRow("round with a shared port")
+            << QStringList{"--generation", "round", "--shared-port"} << "--shared-port needs";
+        QTest::addRow("unknown generation") << QStringList{"--generation=oval"} << "bad value for --generation";
     }
 
     void options()
