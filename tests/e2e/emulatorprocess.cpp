@@ -13,19 +13,29 @@ bool EmulatorProcess::start(const QStringList& options)
     QRegularExpressionMatch match;
     if (!m_process.start(QStringLiteral(BRIDGE_EMULATOR_EXECUTABLE), options) ||
         !m_process.waitForOutputLine(
-            QRegularExpression("^listening https=(\\d+) http=(\\d+)(?: control=\\d+)?(?: shared=(\\d+))?"),
+            QRegularExpression("^listening https=(-?\\d+) http=(-?\\d+)(?: control=(\\d+))?(?: shared=(\\d+))?"),
             &match))
         return false;
     m_httpsPort = match.captured(1).toInt();
     m_httpPort = match.captured(2).toInt();
-    m_sharedPort = match.captured(3).toInt();
+    m_controlPort = match.captured(3).toInt();
+    m_sharedPort = match.captured(4).toInt();
     m_bridgeId = control("GET", "/emulator")["bridgeid"].toString().toUpper();
     return !m_bridgeId.isEmpty();
 }
 
 QJsonObject EmulatorProcess::control(const QByteArray& method, const QString& path, const QByteArray& body)
 {
-    QNetworkRequest request(QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_httpPort).arg(path)));
+    const QJsonDocument answer = QJsonDocument::fromJson(controlText(method, path, body));
+    // The request record is a list: handed over wrapped, so that every answer is an object.
+    return answer.isArray() ? QJsonObject{{"list", answer.array()}} : answer.object();
+}
+
+QByteArray EmulatorProcess::controlText(const QByteArray& method, const QString& path, const QByteArray& body)
+{
+    // Without a plain HTTP port (a pro bridge with --http-closed) the control port serves it.
+    const int port = m_httpPort > 0 ? m_httpPort : m_controlPort;
+    QNetworkRequest request(QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(port).arg(path)));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
     // The emulator's HTTP library wants a Content-Length on every POST and PUT.
     QNetworkReply* reply =
@@ -35,12 +45,32 @@ QJsonObject EmulatorProcess::control(const QByteArray& method, const QString& pa
         reply->abort();
         reply->deleteLater();
         qWarning("control request %s %s got no answer", method.constData(), qPrintable(path));
-        return QJsonObject();
+        return QByteArray();
     }
     reply->deleteLater();
-    const QJsonDocument answer = QJsonDocument::fromJson(reply->readAll());
-    // The request record is a list: handed over wrapped, so that every answer is an object.
-    return answer.isArray() ? QJsonObject{{"list", answer.array()}} : answer.object();
+    return reply->readAll();
+}
+
+QByteArray EmulatorProcess::authorityPem()
+{
+    return controlText("GET", "/emulator/authority");
+}
+
+bool EmulatorProcess::renewCertificate()
+{
+    return control("POST", "/emulator/certificate", R"({"action":"renew"})")["ok"].toBool();
+}
+
+bool EmulatorProcess::replaceCertificate(const QString& commonName, bool selfSigned)
+{
+    const QJsonObject body{{"action", "replace"}, {"common_name", commonName}, {"self_signed", selfSigned}};
+    return control("POST", "/emulator/certificate", QJsonDocument(body).toJson(QJsonDocument::Compact))["ok"]
+        .toBool();
+}
+
+bool EmulatorProcess::restoreCertificate()
+{
+    return control("POST", "/emulator/certificate", R"({"action":"restore"})")["ok"].toBool();
 }
 
 bool EmulatorProcess::pressLinkButton()

@@ -32,12 +32,25 @@ public:
     ManagedProcess& process() { return m_process; }
     int httpPort() const { return m_httpPort; }
     int httpsPort() const { return m_httpsPort; }
-    int sharedPort() const { return m_sharedPort; } // 0 without --shared-port
+    int sharedPort() const { return m_sharedPort; }   // 0 without --shared-port
+    int controlPort() const { return m_controlPort; } // 0 without one (--control-port; --http-closed opens one)
     // As /api/config reports it (upper case).
     QString bridgeId() const { return m_bridgeId; }
 
     // A control API request ("/emulator/..."); the parsed answer, or an empty object on failure.
     QJsonObject control(const QByteArray& method, const QString& path, const QByteArray& body = QByteArray());
+    // The same, the answer's text as it came (empty on failure).
+    QByteArray controlText(const QByteArray& method, const QString& path, const QByteArray& body = QByteArray());
+
+    // Certificates (start with "--generation pro" for one issued by the test authority, and
+    // "--write-authority PATH" to have the root in a file): the authority's root (PEM); a new
+    // certificate for the same name; one that is not the bridge's own (another name, or
+    // self-signed); back to the one before the last renewal or replacement. New connections
+    // get the new one.
+    QByteArray authorityPem();
+    bool renewCertificate();
+    bool replaceCertificate(const QString& commonName, bool selfSigned);
+    bool restoreCertificate();
     bool pressLinkButton();
     // Changes a light as its wall switch would: `state` holds on, bri, ct, reachable and so on.
     bool setLight(const QString& lightId, const QJsonObject& state);
@@ -80,6 +93,7 @@ private:
     int m_httpPort = 0;
     int m_httpsPort = 0;
     int m_sharedPort = 0;
+    int m_controlPort = 0;
     QString m_bridgeId;
 };
 

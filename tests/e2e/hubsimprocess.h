@@ -37,6 +37,9 @@ public:
     // `hubctl mdns announce|remove NAME ADDRESS PORT [TXT...]` of a _hue._tcp service; the answer.
     QJsonObject mdns(bool announce, const QString& name, const QString& address, int port,
                      const QStringList& txt = {}) const;
+    // Announces a Hue bridge on 127.0.0.1:`port` by mDNS alone, as the newest bridges are found
+    // (no description document): TXT bridgeid=<id in lower case> and modelid; true once sent.
+    bool announceBridge(int port, const QString& bridgeId, const QString& modelId = QStringLiteral("BSB003")) const;
     bool interrupt() { return m_process.interrupt(); }
     ManagedProcess& process() { return m_process; }
 
