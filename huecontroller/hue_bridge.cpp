@@ -136,6 +136,20 @@ QString CBridge::nameWithIP() const
     return m_name + QStringLiteral(" (") + m_url.host(QUrl::FullyDecoded) + QStringLiteral(")");
 }
 
+void CBridge::setHttpsOnly()
+{
+    m_url.setScheme(QStringLiteral("https"));
+    m_url.setPort(m_originalUrl.port());
+    m_originalUrl = m_url;
+    m_httpsTried = true;
+}
+
+void CBridge::setCertificateRefused(bool refused)
+{
+    m_certificateRefused = refused;
+    m_lastRefusedCertificateTry.start(); // the refusal was just seen: the next try in a minute
+}
+
 void CBridge::requestBridgeState(int state)
 {
     // Replies ask for "new" when the bridge refused the key (an error of type 1): a bridge that

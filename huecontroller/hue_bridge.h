@@ -144,6 +144,13 @@ public:
     bool forceAPI1() const { return m_forceAPI1; }
     bool isIgnored() const { return m_ignore; }
     void setIgnored(bool ignore) { m_ignore = ignore; }
+    // The bridge shows a certificate other than its pinned one: it is tried once a minute only,
+    // until the pinned one is back.
+    bool isCertificateRefused() const { return m_certificateRefused; }
+    // The bridge speaks https only, on the port it was given: no request ever falls back to http.
+    void setHttpsOnly();
+    void setCertificateRefused(bool refused);
+    static constexpr qint64 kRefusedCertificateRetryMs = 60000;
     bool enableHttp2() const { return false; }
     // Night mode selects MaxBrightnessNight instead of MaxBrightnessDay when switching on.
     bool nightMode() const { return m_nightMode; }
@@ -330,6 +337,8 @@ private:
     bool m_httpsTried = false;
     bool m_stayOnHttps = false;
     bool m_ignore = false;
+    bool m_certificateRefused = false;
+    ElapsedTimer m_lastRefusedCertificateTry;
     bool m_forceAPI1 = false;
     bool m_nightMode = false;
     BridgeAPI* m_api = nullptr;

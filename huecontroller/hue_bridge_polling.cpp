@@ -45,6 +45,11 @@ void CBridge::pollNextItem()
     // An ignored bridge keeps its turn in the controller's round but is neither checked nor polled.
     if (m_ignore)
         return;
+    if (m_certificateRefused) {
+        if (m_lastRefusedCertificateTry.isValid() && !m_lastRefusedCertificateTry.hasExpired(kRefusedCertificateRetryMs))
+            return;
+        m_lastRefusedCertificateTry.start();
+    }
     if (!m_nam || !userNameChecksAllowPolling())
         return;
     if (m_currentPollReply && m_activeReplies.contains(m_currentPollReply))

@@ -4,6 +4,7 @@
 #include "hue_bridge.h"
 
 #include "hue_bridgeapi.h"
+#include "hue_controller.h"
 #include "hue_light.h"
 #include "hue_replylimit.h"
 
@@ -97,6 +98,8 @@ void CBridge::replyFinished(QNetworkReply* reply, bool timedOut)
         keyRefused("HTTP 403");
     else if (error == QNetworkReply::NoError)
         endWarnings(); // the bridge answers again
+    if (error == QNetworkReply::NoError && m_certificateRefused && g_Controller)
+        g_Controller->certificateAcceptedAgain(m_bridgeId);
     if (reply->property("hueIsLightChange").toBool()) {
         // A change that did not reach the bridge waits for it, however long it is away; the
         // light's final state must not be lost to a restart or a moment without network.

@@ -30,6 +30,8 @@ CController::CController(QObject* parent) : QObject(parent)
     m_supportInfoTimer.setInterval(kSupportInfoTimeoutMs);
     connect(&m_supportInfoTimer, &QTimer::timeout, this, &CController::onSupportInfoTimeout);
     const QSettings settings(QStringLiteral("vorn"), QStringLiteral("huecontroller"));
+    // For development and tests: a test authority's roots, trusted beside the Hue roots.
+    trustExtraRootCertificates(settings.value(QStringLiteral("debug/extraTrustedRoots")).toString());
     m_dumpLightUpdates = settings.value(QStringLiteral("debug/dumpLightUpdates"), false).toBool();
 }
 

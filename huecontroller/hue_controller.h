@@ -9,6 +9,7 @@
 #include "kova/kovacommon/internalid.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QObject>
@@ -71,6 +72,7 @@ public:
 
 private:
     QMap<LightType, CDevice*> m_devices; // owned through the Qt parent
+    QHash<QByteArray, EBridgeState> m_refusedCertificates;
 
     // --- Bridge registry, support information and TLS trust ------------------------------------
     // (hue_controller_registry.cpp, hue_controller_supportinfo.cpp, hue_controller_ssl.cpp)
@@ -125,6 +127,15 @@ public:
     // the bridge id, then pinned by its SHA-256 digest. A changed certificate puts the bridge
     // into the error state.
     bool acceptSelfSignedCertificate(const QByteArray& bridgeId, const QSslCertificate& certificate);
+    // A chain that verified to a trusted root (a Hue root): accepted when its common name is the
+    // bridge id (in either case), pinned at first use, and pinned anew when the authority renewed
+    // it; a chain for another bridge is refused.
+    bool acceptAuthorityCertificate(const QByteArray& bridgeId, const QSslCertificate& certificate);
+    // Bridges whose pinned certificate was replaced by a foreign one, with their state before.
+    bool isCertificateRefused(const QByteArray& bridgeId) const { return m_refusedCertificates.contains(bridgeId); }
+    // The bridge shows its pinned certificate again (a handshake, or a request that went through):
+    // its former state comes back.
+    void certificateAcceptedAgain(const QByteArray& bridgeId);
 
 public slots:
     void configValueChanged(QString key, QString value, bool persistent);
@@ -165,6 +176,7 @@ private:
     // sources announcing the same bridge cannot register it twice.
 public:
     static constexpr int kIdentifyTimeoutMs = 10000;
+    static constexpr int kHttpsPort = 443;
     // "/api/config" is about 1 KB.
     static constexpr qint64 kMaxIdentifyReplyBytes = 64 * 1024;
 
@@ -180,7 +192,9 @@ public:
     // when the admission has ended, false while the identification runs.
     bool realAddBridge(const QByteArray& bridgeId, const QByteArray& address, int port);
     // GET "/api/config" over https for port 443, plain http otherwise.
-    void identifyBridge(const QByteArray& bridgeId, const QByteArray& address, int port);
+    // `https`: the bridge answered plain http with a redirect or a refusal, so it speaks https
+    // only, on `port`.
+    void identifyBridge(const QByteArray& bridgeId, const QByteArray& address, int port, bool https = false);
     // Settles the bridge's stored state and registers it. Null when it is not admitted.
     CBridge* realAddIdentifiedBridge(const QByteArray& expectedId, const QByteArray& bridgeId,
                                      const QByteArray& address, int port, const QString& name);
@@ -194,7 +208,8 @@ public slots:
     void onIdentifyBridgeFinished();
 
 private:
-    void identifyFromReply(QNetworkReply* reply);
+    // False when the bridge is asked again (over https); the admission then goes on.
+    bool identifyFromReply(QNetworkReply* reply);
     void workOffAdmissions();
 
     bool m_admissionLocked = false;
@@ -266,6 +281,8 @@ private:
     // False when the value is no KNX scaling speed.
     bool timedDimming(CBridge* bridge, CLight* light, const QByteArray& hueId, const QString& value);
     void sendOutputValue(const CLight& light, EOutputDatapoint datapoint, const QString& text);
+    // A pinned bridge showed another certificate.
+    void certificateChanged(const QByteArray& bridgeId);
     // Colour mode, colour temperature, RGB and HSV, as far as the light type has them.
     void sendColorValues(const CLight& light);
     // Every output value and the attributes of a light, as after registration.

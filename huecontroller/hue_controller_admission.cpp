@@ -99,10 +99,10 @@ bool CController::realAddBridge(const QByteArray& bridgeId, const QByteArray& ad
     return false;
 }
 
-void CController::identifyBridge(const QByteArray& bridgeId, const QByteArray& address, int port)
+void CController::identifyBridge(const QByteArray& bridgeId, const QByteArray& address, int port, bool https)
 {
     QUrl url;
-    url.setScheme(port == 443 ? QStringLiteral("https") : QStringLiteral("http"));
+    url.setScheme(https || port == kHttpsPort ? QStringLiteral("https") : QStringLiteral("http"));
     url.setHost(QString::fromUtf8(address));
     url.setPort(port);
     url.setPath(QStringLiteral("/api/config"));
@@ -115,6 +115,8 @@ void CController::identifyBridge(const QByteArray& bridgeId, const QByteArray& a
     reply->setProperty("hueBridgeId", bridgeId);
     reply->setProperty("hueBridgeAddress", address);
     reply->setProperty("hueBridgePort", port);
+    reply->setProperty("hueIdentify", true);
+    reply->setProperty("hueHttpsOnly", https || port == kHttpsPort);
     limitReplySize(reply, kMaxIdentifyReplyBytes);
     connect(reply, &QNetworkReply::finished, this, &CController::onIdentifyBridgeFinished);
 }
@@ -127,20 +129,37 @@ void CController::onIdentifyBridgeFinished()
         return;
     }
     reply->deleteLater();
-    identifyFromReply(reply);
+    if (!identifyFromReply(reply))
+        return; // asked again over https: the admission goes on
     // Whatever became of this candidate, the next one may go ahead.
     m_admissionLocked = false;
     workOffAdmissions();
 }
 
-void CController::identifyFromReply(QNetworkReply* reply)
+bool CController::identifyFromReply(QNetworkReply* reply)
 {
     const QByteArray expectedId = reply->property("hueBridgeId").toByteArray();
     const QByteArray address = reply->property("hueBridgeAddress").toByteArray();
     const int port = reply->property("hueBridgePort").toInt();
+    // Bridges of the newest generation speak https only: plain http is closed or redirects.
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    const bool redirected = status >= 300 && status < 400;
+    if (reply->url().scheme() == QLatin1String("http") && port != kHttpsPort &&
+        (redirected || reply->error() == QNetworkReply::ConnectionRefusedError)) {
+        // A redirect to https on the same host names the port; otherwise https has its own.
+        const QUrl location = reply->header(QNetworkRequest::LocationHeader).toUrl();
+        const int httpsPort = redirected && location.scheme() == QLatin1String("https") &&
+                                      location.host() == QString::fromUtf8(address)
+                                  ? location.port(kHttpsPort)
+                                  : kHttpsPort;
+        LOG_INFO << "bridge at" << address << (redirected ? "redirects plain http" : "refuses plain http")
+                 << "- identifying it over https on port" << httpsPort;
+        identifyBridge(expectedId, address, httpsPort, true);
+        return false;
+    }
     if (reply->error() != QNetworkReply::NoError) {
         LOG_WARNING << "identification request failed:" << reply->url() << reply->errorString();
-        return;
+        return true;
     }
     const QByteArray body = reply->readAll();
     std::unique_ptr<minijson::CEntity> document;
@@ -148,11 +167,11 @@ void CController::identifyFromReply(QNetworkReply* reply)
         document = minijson::CParser::Parse(body.constData(), body.size());
     } catch (const minijson::CException& e) {
         LOG_ERROR << "JSON parse error while trying to parse api/config reply:" << e.what();
-        return;
+        return true;
     }
     if (!document->IsObject()) {
         LOG_ERROR << "malformed JSON in api/config reply:" << LogExcerpt(body);
-        return;
+        return true;
     }
     const minijson::CObject& config = document->Object();
 
@@ -165,16 +184,26 @@ void CController::identifyFromReply(QNetworkReply* reply)
         id = QByteArray::fromStdString(config.GetString("bridgeid"));
         if (id.isEmpty()) {
             LOG_ERROR << "bridge at" << address << "replied with blank ID";
-            return;
+            return true;
         }
     }
     if (id.isEmpty()) {
         LOG_ERROR << "got finished signal with no bridge id" << address << port;
-        return;
+        return true;
     }
     if (!isSupportedApiVersion(config.GetString("apiversion")))
         name += QStringLiteral(" (unsupported)");
-    realAddIdentifiedBridge(expectedId, id.toLower(), address, port, name);
+    // Reached by its address alone, the bridge is who its certificate names.
+    const QByteArray certified = reply->property("hueCertificateName").toByteArray();
+    if (!certified.isEmpty() && certified != id.toLower()) {
+        LOG_WARNING << "bridge at" << address << "reports id" << id << "but its certificate names" << certified
+                    << "- not admitted";
+        return true;
+    }
+    CBridge* bridge = realAddIdentifiedBridge(expectedId, id.toLower(), address, port, name);
+    if (bridge && reply->property("hueHttpsOnly").toBool())
+        bridge->setHttpsOnly();
+    return true;
 }
 
 CBridge* CController::realAddIdentifiedBridge(const QByteArray& expectedId, const QByteArray& bridgeId,

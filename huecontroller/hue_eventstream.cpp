@@ -47,7 +47,8 @@ void EventStreamConnection::start()
         return;
     // An ignored bridge gets no traffic, nor one whose key is not (or no longer) confirmed;
     // look again later, the user may take it back or pair it again.
-    if (m_bridge->isIgnored() || m_bridge->userNameState() != CBridge::USERNAME_REGISTERED) {
+    if (m_bridge->isIgnored() || m_bridge->userNameState() != CBridge::USERNAME_REGISTERED ||
+        m_bridge->isCertificateRefused()) {
         m_openTimer.start(m_restartDelayMs);
         return;
     }
@@ -61,6 +62,8 @@ void EventStreamConnection::start()
         request.setRawHeader("Last-Event-ID", m_lastEventId);
     // No transfer time-out: the stream stays open until the bridge or the network ends it.
     m_reply = m_bridge->networkAccessManager()->get(request);
+    // Like every request of the bridge, so that its certificate is judged as the bridge's.
+    m_reply->setProperty("hueBridgeId", m_bridge->bridgeId());
     // Qt reads no further from the socket while this much waits unread, so a bridge that sends
     // faster than the service takes events is held back by TCP instead of filling memory.
     m_reply->setReadBufferSize(kReadBufferBytes);

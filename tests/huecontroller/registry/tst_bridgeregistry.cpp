@@ -289,6 +289,33 @@ private slots:
             QCOMPARE(controller.bridgeCertDigest(id), logged.isEmpty() ? digest : QByteArray());
     }
 
+    // A chain from the Hue authority (it verified to a trusted root): the bridge's own name in
+    // either case is pinned at first use and pinned anew when renewed (one line at information
+    // level); a chain for another bridge is refused.
+    void authorityCertificates()
+    {
+        CController controller;
+        const QByteArray id = "001788fffe00dd04";
+        const QByteArray authority = "C=NL/O=Signify Hue/CN=Hue Intermediate";
+        const QSslCertificate first = makeCertificate("C=NL/O=Signify Hue/CN=001788FFFE00DD04", authority);
+        const QSslCertificate renewed = makeCertificate("C=NL/O=Signify Hue/CN=" + id, authority);
+        const QSslCertificate other = makeCertificate("C=NL/O=Signify Hue/CN=001788fffe00ee05", authority);
+        controller.setBridgeState(QString::fromUtf8(id), BridgeStatePaired);
+        controller.setBridgeCertDigest(id, QByteArray());
+        LogCapture log;
+        QVERIFY(controller.acceptAuthorityCertificate(id, first));
+        QCOMPARE(controller.bridgeCertDigest(id), first.digest(QCryptographicHash::Sha256));
+        QVERIFY(controller.acceptAuthorityCertificate(id, first));
+        QVERIFY(!controller.acceptAuthorityCertificate(id, other));
+        QVERIFY(log.contains("certificate of bridge 001788fffe00dd04 is issued for 001788fffe00ee05 - refused"));
+        QCOMPARE(controller.bridgeCertDigest(id), first.digest(QCryptographicHash::Sha256));
+        QVERIFY(controller.acceptAuthorityCertificate(id, renewed));
+        QVERIFY(controller.acceptAuthorityCertificate(id, renewed));
+        QCOMPARE(log.count("was renewed by its authority; pinning the new one"), 1);
+        QCOMPARE(controller.bridgeCertDigest(id), renewed.digest(QCryptographicHash::Sha256));
+        QCOMPARE(controller.bridgeState(id), BridgeStatePaired);
+    }
+
     void handshakesPinTheFirstCertificate()
     {
         CController controller;
@@ -310,8 +337,22 @@ private slots:
         QVERIFY(log.contains("got SSL errors in request without bridge ID"));
         QVERIFY(fetch(first, QByteArray("001788fffe00aa01")));
         QCOMPARE(controller.bridgeCertDigest("001788fffe00aa01").size(), 32);
+        // A foreign certificate is logged and stored once while it lasts; the bridge gets its
+        // state back when the pinned certificate returns.
+        controller.setBridgeState(QStringLiteral("001788fffe00aa01"), BridgeStatePaired);
+        QTRY_COMPARE(controller.bridgeState("001788fffe00aa01"), BridgeStatePaired);
+        QTest::qWait(50); // the store's echo of that write has come back
+        QSignalSpy stored(ConfigCache::instance(), &ConfigCache::configValueChanged);
         QVERIFY(!fetch(second, QByteArray("001788fffe00aa01")));
-        QCOMPARE(controller.bridgeState("001788fffe00aa01"), BridgeStateError);
+        QTRY_COMPARE(controller.bridgeState("001788fffe00aa01"), BridgeStateError);
+        QVERIFY(!fetch(second, QByteArray("001788fffe00aa01")));
+        QCOMPARE(log.count("unexpected cert change on bridge 001788fffe00aa01"), 1);
+        QVERIFY(controller.isCertificateRefused("001788fffe00aa01"));
+        controller.networkAccessManager()->clearConnectionCache(); // the bridge came back: new connections
+        QVERIFY(fetch(first, QByteArray("001788fffe00aa01")));
+        QTRY_COMPARE(controller.bridgeState("001788fffe00aa01"), BridgeStatePaired);
+        QVERIFY(log.contains("pinned certificate of bridge 001788fffe00aa01 is back"));
+        QTRY_COMPARE(stored.count(), 2); // error once, paired again
     }
 
     // A bridge whose certificate names another bridge speaks TLS: the refused handshake must not
