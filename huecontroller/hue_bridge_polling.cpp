@@ -100,6 +100,7 @@ void CBridge::handlePollReply(QNetworkReply* reply, bool timedOut)
         return;
     }
     if (document->IsObject()) {
+        const BridgeAPI::PollReplyScope pollReplyScope(*m_api, reply);
         m_api->parsePollReply(document->Object(), pollType);
         return;
     }

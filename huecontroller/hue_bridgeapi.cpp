@@ -216,4 +216,58 @@ void BridgeAPI::deleteRemovedLights(const QSet<QByteArray>& seen, ItemType itemT
     }
 }
 
+BridgeAPI::PollReplyScope::PollReplyScope(BridgeAPI& api, QNetworkReply* reply)
+    : m_api(&api), m_previous(api.m_pollReply)
+{
+    api.m_pollReply = reply;
+}
+
+BridgeAPI::PollReplyScope::~PollReplyScope()
+{
+    if (m_api)
+        m_api->m_pollReply = m_previous;
+}
+
+BridgeAPI::KeptItems BridgeAPI::itemsKeptFromPoll(const CLight& light) const
+{
+    const QSet<ChangeItem> items = m_pollReply ? m_bridge->itemsNewerThan(light.hueId(), m_pollReply)
+                                               : m_bridge->itemsUnderway(light.hueId());
+    KeptItems kept;
+    kept.on = items.contains(ChangeOn);
+    kept.brightness = items.contains(ChangeBrightness);
+    for (ChangeItem item : {ChangeX, ChangeY, ChangeColorTemp, ChangeHue, ChangeSaturation})
+        kept.colour = kept.colour || items.contains(item);
+    return kept;
+}
+
+void BridgeAPI::syncVelKeeping(CLight& light, const KeptItems& kept)
+{
+    CLight::State& bridge = light.bridgeState();
+    const CLight::State& vel = light.velState();
+    if ((!kept.brightness && !kept.colour) || !vel.isValid()) {
+        light.syncVelFromBridge();
+        return;
+    }
+    // The hub's values of the kept items stand in for the bridge's during the copy, so that the
+    // hub state never shows the older value, not even for a moment.
+    const CLight::State reported(bridge);
+    if (kept.brightness)
+        bridge.setBrightness(vel.brightness());
+    if (kept.colour) {
+        bridge.setColorMode(vel.colorMode());
+        bridge.setColorTemp(vel.colorTemp());
+        bridge.setHue(vel.hue());
+        bridge.setSaturation(vel.saturation());
+        bridge.setColor(vel.x(), vel.y());
+    }
+    light.syncVelFromBridge();
+    bridge.setBrightness(reported.brightness());
+    bridge.setLastOnBrightness(reported.lastOnBrightness());
+    bridge.setColorMode(reported.colorMode());
+    bridge.setColorTemp(reported.colorTemp());
+    bridge.setHue(reported.hue());
+    bridge.setSaturation(reported.saturation());
+    bridge.setColor(reported.x(), reported.y());
+}
+
 } // namespace hue

@@ -14,6 +14,7 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QObject>
+#include <QPointer>
 #include <QSet>
 #include <QString>
 #include <QVariant>
@@ -95,8 +96,43 @@ public:
     // Deletes every light of the item type that a full poll no longer listed.
     void deleteRemovedLights(const QSet<QByteArray>& seen, ItemType itemType);
 
+    // Hands the poll reply being read to the dialect while it exists (CBridge::handlePollReply
+    // around parsePollReply), so that the dialect can tell which of a light's values the bridge
+    // has been told since the poll left.
+    class PollReplyScope
+    {
+    public:
+        PollReplyScope(BridgeAPI& api, QNetworkReply* reply);
+        ~PollReplyScope();
+        PollReplyScope(const PollReplyScope&) = delete;
+        PollReplyScope& operator=(const PollReplyScope&) = delete;
+
+    private:
+        QPointer<BridgeAPI> m_api;
+        QNetworkReply* m_previous;
+    };
+    // The poll reply being read; null when parsePollReply is called without one.
+    QNetworkReply* pollReply() const { return m_pollReply; }
+
+    // What a poll must leave alone of a light: the items with a pending, waiting or in-flight
+    // change, and those whose latest change went out after the poll request did (without a
+    // poll reply: only the first).
+    struct KeptItems
+    {
+        bool on = false;
+        bool brightness = false;
+        // Any of xy, hue, saturation and colour temperature: they are one colour, so the poll's
+        // colour values and colour mode go together.
+        bool colour = false;
+        bool any() const { return on || brightness || colour; }
+    };
+    KeptItems itemsKeptFromPoll(const CLight& light) const;
+    // syncVelFromBridge, except that the hub state keeps its values of the kept items.
+    static void syncVelKeeping(CLight& light, const KeptItems& kept);
+
 protected:
     CBridge* m_bridge;
+    QNetworkReply* m_pollReply = nullptr;
     QList<QNetworkRequest> m_pendingSupportInfoRequests;
 };
 

@@ -133,8 +133,20 @@ bool BridgeAPI1::updateSingleLightValueFromJSONAndAddress(const QString& address
     if (attribute == QLatin1String("name"))
         return updateLightValueCommon(*item, ValueName, &value, flags);
     for (const AttributeKind& entry : kAttributes) {
-        if (attribute == QLatin1String(entry.name))
-            return updateLightValueCommon(*item, entry.kind, &value, flags);
+        if (attribute != QLatin1String(entry.name))
+            continue;
+        const bool applied = updateLightValueCommon(*item, entry.kind, &value, flags);
+        // The confirmed value is what the lamp shows now: a colour (xy, hue, saturation) or a
+        // colour temperature.
+        const bool colour = entry.kind == ValueXY || entry.kind == ValueHue || entry.kind == ValueSaturation;
+        if (applied && (colour || entry.kind == ValueColorTemp)) {
+            const VNColorMode mode = colour ? ColorModeColor : ColorModeTemperature;
+            if (mode != item->bridgeState().colorMode()) {
+                item->bridgeState().setColorMode(mode);
+                flags |= ChangedColorMode;
+            }
+        }
+        return applied;
     }
     LOG_WARNING << "ignoring unknown value type in response:" << attribute;
     return true;

@@ -137,25 +137,34 @@ void BridgeAPI1::updateLightFromJSON(CLight& light, const minijson::CObject& obj
     // A group's "action" holds the last command sent to it; whether any of its lights is on
     // is in its "state".
     const minijson::CObject* groupState = group ? object.GetObject("state") : nullptr;
-    if (groupState && groupState->Contains("any_on"))
-        updateLightValueCommon(light, ValueOn, groupState->Find("any_on"), flags);
-    else if (state->Contains("on"))
-        updateLightValueCommon(light, ValueOn, state->Find("on"), flags);
+    // A poll that left before the program's latest change of a value reached the bridge still
+    // shows the value from before; the change's value stays until a later poll or reply.
+    const KeptItems kept = itemsKeptFromPoll(light);
+    if (!kept.on) {
+        if (groupState && groupState->Contains("any_on"))
+            updateLightValueCommon(light, ValueOn, groupState->Find("any_on"), flags);
+        else if (state->Contains("on"))
+            updateLightValueCommon(light, ValueOn, state->Find("on"), flags);
+    }
 
     static const struct
     {
         const char* key;
         ValueKind kind;
-    } kValues[] = {{"bri", ValueBrightness},
-                   {"hue", ValueHue},
-                   {"sat", ValueSaturation},
-                   {"xy", ValueXY},
-                   {"ct", ValueColorTemp}};
+        bool colour;
+    } kValues[] = {{"bri", ValueBrightness, false},
+                   {"hue", ValueHue, true},
+                   {"sat", ValueSaturation, true},
+                   {"xy", ValueXY, true},
+                   {"ct", ValueColorTemp, true}};
     for (const auto& entry : kValues) {
+        if (entry.colour ? kept.colour : kept.brightness)
+            continue;
         if (const minijson::CEntity* value = state->Find(entry.key))
             updateLightValueCommon(light, entry.kind, value, flags);
     }
-    if (const minijson::CEntity* colorMode = state->Find("colormode"))
+    const minijson::CEntity* colorMode = kept.colour ? nullptr : state->Find("colormode");
+    if (colorMode)
         readColorMode(light, colorMode, flags);
 
     if (const minijson::CEntity* reachable = state->Find("reachable")) {
@@ -176,7 +185,7 @@ void BridgeAPI1::updateLightFromJSON(CLight& light, const minijson::CObject& obj
         }
     }
 
-    light.syncVelFromBridge();
+    syncVelKeeping(light, kept);
     updateLightInController(light, isNew, flags);
 }
 
