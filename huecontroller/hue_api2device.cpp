@@ -36,6 +36,9 @@ void API2Device::update(const minijson::CObject& resource)
 void API2Device::parseDeviceData(const minijson::CObject& resource)
 {
     if (const minijson::CObject* metadata = resource.GetObject("metadata")) {
+        hasMetadata = true;
+        if (metadata->Contains("archetype"))
+            archetype = text(metadata, "archetype");
         const QByteArray newName = text(metadata, "name");
         if (newName != name) {
             name = newName;

@@ -38,6 +38,10 @@ public:
 
     QByteArray id;
     QByteArray name;
+    QByteArray archetype;
+    // The resource carried "metadata": its name and archetype stand for those of light services
+    // that carry none of their own.
+    bool hasMetadata = false;
     QByteArray manufacturerName;
     QByteArray modelId;
     QByteArray productName;

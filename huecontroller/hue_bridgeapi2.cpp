@@ -20,6 +20,12 @@ BridgeAPI2::BridgeAPI2(CBridge* bridge)
     m_v1->setParent(this);
     m_groupPollLimiter.start();
     connect(m_stream, &EventStreamConnection::dataReceived, this, &BridgeAPI2::parseEventStreamData);
+    // What is kept per light goes with the light, whichever way it leaves.
+    connect(bridge, &CBridge::lightRemoved, this, [this](CLight* light) {
+        m_lightsWithoutMetadata.remove(light->hueId());
+        m_incompleteLights.remove(light->hueId());
+        m_lightArchetypes.remove(light->hueId());
+    });
 
     m_quickGroupPollTimer.setSingleShot(true);
     m_quickGroupPollTimer.setInterval(kQuickGroupPollDelayMs);
@@ -79,6 +85,7 @@ void BridgeAPI2::parsePollReply(const minijson::CObject& reply, CBridge::PollTyp
     if (checkErrors(reply) > 0)
         return;
     if (pollType == CBridge::PollGroups) {
+        const PollReplyScope scope(*m_v1, m_pollReply);
         m_v1->parsePollReply(reply, pollType);
         return;
     }

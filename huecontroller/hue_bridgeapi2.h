@@ -5,7 +5,9 @@
 #include "hue_bridgeapi.h"
 #include "hue_clock.h"
 
+#include <QHash>
 #include <QMap>
+#include <QSet>
 #include <QTimer>
 
 #include <memory>
@@ -58,8 +60,17 @@ public:
     // is a failure (an unknown or unreachable device is none).
     bool createLight(const QByteArray& id, const minijson::CObject& light, bool& ok);
     bool updateLightFromLightJSON(const QByteArray& id, const minijson::CObject& light);
-    // Applies the members a light resource names; an event changes only what it carries.
-    bool updateLightFromEventJSON(CLight* light, const minijson::CObject& resource, bool isNew = false);
+    // Applies the members a light resource names; an event changes only what it carries. A poll
+    // passes the items to leave alone (itemsKeptFromPoll) and the light's device, whose name
+    // stands for the light's when the resource has no "metadata" of its own.
+    bool updateLightFromEventJSON(CLight* light, const minijson::CObject& resource, bool isNew = false,
+                                  const KeptItems& kept = {}, const API2Device* nameDevice = nullptr);
+    // The light's archetype ("sultan_bulb"): its own metadata's, or else its device's.
+    QByteArray lightArchetype(const QByteArray& lightId) const { return m_lightArchetypes.value(lightId); }
+    // Deletes a light that the bridge deleted, as a version 1 poll deletes one it no longer lists.
+    void deleteLightResource(const QByteArray& lightId);
+    // Forgets a device the bridge deleted, with its lights.
+    void removeDevice(const QByteArray& deviceId);
     void updateReachableFromStatus(const minijson::CObject& resource, API2Device* device);
     API2Device* addAPIDevice(const QByteArray& id, const minijson::CObject& resource);
     // The device named by a service resource's "owner" (null when unknown or not a device).
@@ -111,12 +122,15 @@ public slots:
     // The minute tick: checks the stream's liveness and renames the geofence client.
     void updateGeofenceName();
     void onLightRemoved(QByteArray id);
+    void onDeviceNameChanged();
     void onGroupValuesChanged(hue::ChangeFlags& flags);
     void onGroupNameChanged();
 
 private:
     bool allLightsReachable() const;
     void sendGeofenceRequest(QNetworkReply* reply, const char* kind);
+    // Logs a light resource that cannot be read once, until it can be read again.
+    void reportIncompleteLight(const QByteArray& id, const minijson::CObject& light);
 
     BridgeAPI1* m_v1;
     EventStreamConnection* m_stream;
@@ -127,6 +141,10 @@ private:
     QByteArray m_geofenceClientId;
     QTimer m_geofenceTimer;
     QNetworkReply* m_geofenceRequest = nullptr;
+    QSet<QByteArray> m_lightsWithoutMetadata;   // named after their device
+    QSet<QByteArray> m_incompleteLights;        // logged once as unreadable
+    QHash<QByteArray, QByteArray> m_lightArchetypes;
+    QSet<QByteArray> m_unknownEventTypes;       // logged once each
 };
 
 } // namespace hue

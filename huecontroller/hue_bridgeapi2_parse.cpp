@@ -110,6 +110,7 @@ API2Device* BridgeAPI2::addAPIDevice(const QByteArray& id, const minijson::CObje
 {
     auto device = std::make_shared<API2Device>(id, resource);
     connect(device.get(), &API2Device::lightRemoved, this, &BridgeAPI2::onLightRemoved);
+    connect(device.get(), &API2Device::nameChanged, this, &BridgeAPI2::onDeviceNameChanged);
     m_devices.insert(id, device);
     return device.get();
 }
@@ -137,6 +138,7 @@ API2Device* BridgeAPI2::deviceOfLight(const QByteArray& lightId) const
 
 void BridgeAPI2::parseDevicePollReply(const minijson::CArray& data)
 {
+    QSet<QByteArray> listed;
     for (int i = 0; i < data.Count(); ++i) {
         const minijson::CEntity& element = data.EntityAtIndex(i);
         const minijson::CObject* entry = element.IsObject() ? &element.Object() : nullptr;
@@ -145,6 +147,7 @@ void BridgeAPI2::parseDevicePollReply(const minijson::CArray& data)
             continue;
         }
         const QByteArray id = idOf(*entry);
+        listed.insert(id);
         try {
             if (const auto device = m_devices.value(id))
                 device->update(*entry);
@@ -152,6 +155,15 @@ void BridgeAPI2::parseDevicePollReply(const minijson::CArray& data)
                 addAPIDevice(id, *entry);
         } catch (const API2Device::Exception& e) {
             LOG_ERROR << "failed to parse device entry" << id << ":" << e.message();
+        }
+    }
+    // A device deleted while the event stream was down is no longer listed.
+    const QList<QByteArray> known = m_devices.keys();
+    for (const QByteArray& id : known) {
+        if (!listed.contains(id)) {
+            LOG_INFO << "device" << id << "is no longer reported by bridge" << m_bridge->bridgeId()
+                     << "- deleting it";
+            removeDevice(id);
         }
     }
 }
@@ -175,6 +187,7 @@ void BridgeAPI2::parseConnectivityPollReply(const minijson::CArray& data)
 void BridgeAPI2::parseLightPollReply(const minijson::CArray& data)
 {
     int failed = 0;
+    QSet<QByteArray> listed;
     for (int i = 0; i < data.Count(); ++i) {
         const minijson::CEntity& element = data.EntityAtIndex(i);
         if (!element.IsObject())
@@ -186,19 +199,45 @@ void BridgeAPI2::parseLightPollReply(const minijson::CArray& data)
             LOG_ERROR << "light data entry without id at index" << i;
             continue;
         }
+        listed.insert(idOf(entry));
         if (!updateLightFromLightJSON(idOf(entry), entry))
             ++failed;
     }
     if (failed > 0)
         LOG_ERROR << "FAILED to update light state from all-lights response for" << failed << "lights.";
+    // A light deleted while the event stream was down is no longer listed.
+    deleteRemovedLights(listed, ItemLight);
+}
+
+void BridgeAPI2::reportIncompleteLight(const QByteArray& id, const minijson::CObject& light)
+{
+    if (m_incompleteLights.contains(id))
+        return;
+    m_incompleteLights.insert(id);
+    LOG_ERROR << "missing on or metadata keys:" << indented(light);
 }
 
 bool BridgeAPI2::updateLightFromLightJSON(const QByteArray& id, const minijson::CObject& light)
 {
-    if (!light.Contains("on") || !light.Contains("metadata")) {
-        LOG_ERROR << "missing on or metadata keys:" << indented(light);
-        return false;
+    // Current firmware leaves a light's "metadata" to its owning device. A light of a device not
+    // known yet waits for it (createLight); one that has neither is logged once, not at every poll.
+    const bool ownMetadata = light.Contains("metadata");
+    const minijson::CObject* owner = light.GetObject("owner");
+    const API2Device* device =
+        owner && owner->GetString("rtype") == "device"
+            ? m_devices.value(QByteArray::fromStdString(owner->GetString("rid"))).get()
+            : nullptr;
+    const bool named = ownMetadata || !device || device->hasMetadata;
+    if (!light.Contains("on") || !named) {
+        const bool first = !m_incompleteLights.contains(id);
+        reportIncompleteLight(id, light);
+        return !first;
     }
+    m_incompleteLights.remove(id);
+    if (ownMetadata)
+        m_lightsWithoutMetadata.remove(id);
+    else
+        m_lightsWithoutMetadata.insert(id);
     bool isNew = false;
     if (!m_bridge->hasLight(id)) {
         bool ok = false;
@@ -211,7 +250,7 @@ bool BridgeAPI2::updateLightFromLightJSON(const QByteArray& id, const minijson::
         LOG_ERROR << "cannot update light with id" << id << ": no such light?";
         return false;
     }
-    return updateLightFromEventJSON(object, light, isNew);
+    return updateLightFromEventJSON(object, light, isNew, itemsKeptFromPoll(*object), device);
 }
 
 bool BridgeAPI2::createLight(const QByteArray& id, const minijson::CObject& light, bool& ok)
@@ -233,7 +272,7 @@ bool BridgeAPI2::createLight(const QByteArray& id, const minijson::CObject& ligh
         return false;
     }
     const minijson::CObject* metadata = light.GetObject("metadata");
-    if (!metadata) {
+    if (!metadata && !device->hasMetadata) {
         LOG_ERROR << "createLight called for id" << id << "with no metadata";
         return false;
     }
@@ -242,7 +281,7 @@ bool BridgeAPI2::createLight(const QByteArray& id, const minijson::CObject& ligh
                         device->softwareVersion);
     m_bridge->addLight(object);
     BridgeLightData& data = m_bridge->lightData(id);
-    data.name = QString::fromStdString(metadata->GetString("name"));
+    data.name = metadata ? QString::fromStdString(metadata->GetString("name")) : QString::fromUtf8(device->name);
     data.typeName = QByteArray::fromStdString(light.GetString("type"));
     data.reachable = true;
     device->setLight(id, object);
@@ -253,7 +292,8 @@ bool BridgeAPI2::createLight(const QByteArray& id, const minijson::CObject& ligh
     return true;
 }
 
-bool BridgeAPI2::updateLightFromEventJSON(CLight* light, const minijson::CObject& resource, bool isNew)
+bool BridgeAPI2::updateLightFromEventJSON(CLight* light, const minijson::CObject& resource, bool isNew,
+                                          const KeptItems& kept, const API2Device* nameDevice)
 {
     ChangeFlags flags;
     // While a change of the program's own is on its way, the clock keeps counting from it.
@@ -261,11 +301,12 @@ bool BridgeAPI2::updateLightFromEventJSON(CLight* light, const minijson::CObject
     if (!waiting.contains(light->hueId()))
         light->lastChange().start();
     const bool wasOn = light->isOn();
-    if (const minijson::CObject* on = resource.GetObject("on"))
+    const minijson::CObject* on = kept.on ? nullptr : resource.GetObject("on");
+    if (on)
         updateLightValueCommon(*light, ValueOn, on->Find("on"), flags);
 
     CLight::State& state = light->bridgeState();
-    const minijson::CObject* dimming = resource.GetObject("dimming");
+    const minijson::CObject* dimming = kept.brightness ? nullptr : resource.GetObject("dimming");
     if (dimming && light->isOn()) {
         updateLightValueCommon(*light, ValueBrightness, dimming->Find("brightness"), flags);
     } else if (dimming) {
@@ -276,34 +317,41 @@ bool BridgeAPI2::updateLightFromEventJSON(CLight* light, const minijson::CObject
         }
         const minijson::CEntity* percent = dimming->Find("brightness");
         // The percentage on the 0-254 scale, truncated.
-        const float kept = percent && percent->IsNumber()
+        const float keptBrightness = percent && percent->IsNumber()
                                ? float(percent->Number().ValueDouble()) * apiBrightnessFactor()
                                : 254.0f;
-        state.setLastOnBrightness(quint8(std::isfinite(kept) ? qBound(0.0f, kept, 254.0f) : 254.0f));
-    } else if (light->isOn() && !wasOn && state.brightness() == 0 &&
+        state.setLastOnBrightness(quint8(std::isfinite(keptBrightness) ? qBound(0.0f, keptBrightness, 254.0f) : 254.0f));
+    } else if (!kept.brightness && light->isOn() && !wasOn && state.brightness() == 0 &&
                (!light->device() || light->device()->supportsBrightness())) {
         // Switched on without a brightness: back to the one kept while it was off.
         state.setBrightness(state.lastOnBrightness());
         flags |= ChangedBrightness;
     }
 
-    if (const minijson::CObject* ct = resource.GetObject("color_temperature")) {
+    const minijson::CObject* ct = kept.colour ? nullptr : resource.GetObject("color_temperature");
+    if (ct) {
         const VNColorMode before = state.colorMode();
-        // Without a valid mirek a lamp in colour-temperature mode shows an xy colour; one whose
-        // mode is not known yet keeps it until the bridge reports one.
-        if (ct->GetBoolean("mirek_valid", false))
+        // A numeric "mirek" is a colour temperature unless "mirek_valid" says otherwise (events
+        // may leave the flag out); a null one is none, whatever the flag says (a bridge in xy
+        // mode may send null with "mirek_valid": true). Without a valid mirek a lamp in
+        // colour-temperature mode shows an xy colour; one whose mode is not known yet keeps it
+        // until the bridge reports one.
+        const minijson::CEntity* mirek = ct->Find("mirek");
+        const minijson::CEntity* validFlag = ct->Find("mirek_valid");
+        const bool number = mirek && mirek->IsNumber();
+        const bool flaggedInvalid = validFlag && validFlag->IsBoolean() && !validFlag->Boolean().Value();
+        if (number && !flaggedInvalid)
             state.setColorMode(ColorModeTemperature);
-        else if (before == ColorModeTemperature)
+        else if ((flaggedInvalid || (mirek && !number)) && before == ColorModeTemperature)
             state.setColorMode(ColorModeColor);
         if (state.colorMode() != before)
             flags |= ChangedColorMode;
         // "mirek" is null while the lamp shows a colour: nothing to read then.
-        const minijson::CEntity* mirek = ct->Find("mirek");
-        if (mirek && mirek->IsNumber())
+        if (number)
             updateLightValueCommon(*light, ValueColorTemp, mirek, flags);
     }
 
-    if (const minijson::CObject* color = resource.GetObject("color")) {
+    if (const minijson::CObject* color = kept.colour ? nullptr : resource.GetObject("color")) {
         if (const minijson::CEntity* xy = color->Find("xy")) {
             bool changed = false;
             updateLightXY(*light, xy, &changed);
@@ -315,11 +363,21 @@ bool BridgeAPI2::updateLightFromEventJSON(CLight* light, const minijson::CObject
     if (const minijson::CObject* metadata = resource.GetObject("metadata")) {
         if (metadata->Contains("name"))
             updateLightValueCommon(*light, ValueName, metadata->Find("name"), flags);
+        if (metadata->Contains("archetype"))
+            m_lightArchetypes.insert(light->hueId(), QByteArray::fromStdString(metadata->GetString("archetype")));
+    } else if (nameDevice && nameDevice->hasMetadata) {
+        BridgeLightData& data = m_bridge->lightData(light->hueId());
+        const QString name = QString::fromUtf8(nameDevice->name);
+        if (name != data.name) {
+            data.name = name;
+            flags |= ChangedName;
+        }
+        m_lightArchetypes.insert(light->hueId(), nameDevice->archetype);
     }
 
     if (m_bridge->useGroups() && flags)
         queueGroupPoll();
-    light->syncVelFromBridge();
+    syncVelKeeping(*light, kept);
     updateLightInController(*light, isNew, flags);
     return true;
 }

@@ -161,12 +161,26 @@ private slots:
         QCOMPARE(request.rawHeader("hue-application-key"), QByteArray(path.startsWith("/clip") ? "key" : ""));
     }
 
+    // Current firmware marks a light's own "metadata" deprecated; without it, a light takes name
+    // and archetype from its device.
+    void realBridgeDump_data()
+    {
+        QTest::addColumn<bool>("lightMetadata");
+        QTest::addColumn<QByteArray>("name");
+        QTest::addRow("light metadata") << true << QByteArray("Light 8");
+        QTest::addRow("device metadata only") << false << QByteArray("Device 26");
+    }
+
     void realBridgeDump()
     {
+        QFETCH(bool, lightMetadata);
+        QFETCH(QByteArray, name);
         const auto dump = minijson::CParser::ParseFromFile(HUE_CLIP_DUMP);
         QByteArray byType[3];
         const char* types[3] = {"device", "zigbee_connectivity", "light"};
         for (int i = 0; i < dump->Count(); ++i) {
+            if (!lightMetadata && (*dump)[i].Object().GetString("type") == "light")
+                (*dump)[i].Object().Remove("metadata");
             for (int t = 0; t < 3; ++t) {
                 if ((*dump)[i].Object().GetString("type") == types[t])
                     byType[t] +=
@@ -183,10 +197,14 @@ private slots:
         QCOMPARE(added.size(), 1);
         CLight* lamp = m_bridge->lightById("4cd1e047-6b7d-c797-eac8-3cb2b496ae36");
         QVERIFY(lamp);
+        QCOMPARE(m_bridge->lightData(lamp->hueId()).name, QString::fromUtf8(name));
+        QCOMPARE(m_api->lightArchetype(lamp->hueId()), QByteArray("hue_lightstrip"));
         QCOMPARE(lamp->device()->type(), LightExtendedColor);
         QCOMPARE(lamp->gamutLimits().red, (XYPoint{0.6915f, 0.3083f}));
         // It shows a colour ("mirek_valid" false), but a new lamp takes no mode from that alone.
         QCOMPARE(lamp->bridgeState().colorMode(), ColorModeNone);
+        QVERIFY2(log.lines().size() < 3, log.lines().join('\n').constData());
+        pollReply(CBridge::PollLights, byType[2]);
         QVERIFY2(log.lines().size() < 3, log.lines().join('\n').constData());
 
         // The unreachable lamp joins once its device is connected.
@@ -258,6 +276,34 @@ private slots:
         // An xy colour also gives the hue and saturation that the hub's HSV value is made of.
         if (members.contains("\"xy\""))
             QVERIFY(lamp->bridgeState().saturation() > 0);
+    }
+
+    // A light with metadata neither of its own nor from its device cannot be named: said once
+    // while it stays so, and made once its device has a name, which it then follows.
+    void lightWithoutAnyName()
+    {
+        QByteArray nameless = device(7);
+        nameless.replace(R"("metadata":{"name":"Lamp 7"},)", "");
+        pollReply(CBridge::PollDevices, nameless);
+        pollReply(CBridge::PollConnectivity, connectivity(7, "connected"));
+        QByteArray lamp = light(7, R"(,"dimming":{"brightness":50})");
+        lamp.replace(R"("metadata":{"name":"Lamp 7"},)", "");
+        LogCapture log;
+        for (int i = 0; i < 3; ++i)
+            pollReply(CBridge::PollLights, lamp);
+        QCOMPARE(log.count("missing on or metadata keys:"), 1);
+        QCOMPARE(log.count("FAILED to update light state from all-lights response for 1 lights."), 1);
+        QVERIFY(!m_bridge->hasLight("l7"));
+
+        pollReply(CBridge::PollDevices, device(7));
+        pollReply(CBridge::PollLights, lamp);
+        QVERIFY(m_bridge->hasLight("l7"));
+        QCOMPARE(m_bridge->lightData("l7").name, QString("Lamp 7"));
+        QSignalSpy changed(m_bridge.get(), &CBridge::lightChanged);
+        m_api->parseDeviceUpdate(json(device(7).replace("Lamp 7", "Porch"))->Object(), "update");
+        QCOMPARE(m_bridge->lightData("l7").name, QString("Porch"));
+        QCOMPARE(changed.size(), 1);
+        QCOMPARE(changed.at(0).at(1).value<ChangeFlags>(), ChangeFlags(ChangedName));
     }
 
     void lightRemovedFromDeviceServices()

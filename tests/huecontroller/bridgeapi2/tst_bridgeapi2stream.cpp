@@ -11,6 +11,7 @@
 #include "logcapture.h"
 
 #include <QPointer>
+#include <cmath>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -57,6 +58,48 @@ bool pollUntilClientKnown(CBridge& bridge)
             return false;
     }
     return QTest::qWaitFor([&] { return !v2(bridge)->geofenceClientId().isEmpty(); }, 5000);
+}
+
+// The service's warning and error lines of a capture.
+QByteArrayList warningLines(const LogCapture& log)
+{
+    QByteArrayList found;
+    for (const QByteArray& line : log.lines()) {
+        if (line.startsWith("WW hue_") || line.startsWith("EE hue_"))
+            found.append(line);
+    }
+    return found;
+}
+
+// One "update" event of a stream message.
+QByteArray streamEvent(const QByteArray& resource, const char* type = "update")
+{
+    return R"({"creationtime":"2026-01-01T00:00:00Z","id":"ev","type":")" + QByteArray(type) +
+           R"(","data":[)" + resource + "]}";
+}
+
+// A stream message as a bridge writes it.
+std::string message(const QByteArray& events)
+{
+    return "id: 1:0\ndata: " + events.toStdString() + "\n\n";
+}
+
+// Sends a brightness event for light 1 and waits until it is applied: whatever the stream
+// carried before it has been read by then.
+bool applyMarker(EmulatedBridge& env, CBridge& bridge)
+{
+    const QByteArray id = QByteArray::fromStdString(env.emulator().v2LightId("1"));
+    const QByteArray device = QByteArray::fromStdString(env.emulator().v2DeviceId("1"));
+    CLight* light = bridge.lightById(id);
+    if (!light)
+        return false;
+    const int percent = light->bridgeState().brightness() == 127 ? 20 : 50;
+    const auto expected = quint8(std::lround(percent * 2.54));
+    const QByteArray resource = R"({"id":")" + id + R"(","type":"light","owner":{"rid":")" + device +
+                                R"(","rtype":"device"},"on":{"on":true},"dimming":{"brightness":)" +
+                                QByteArray::number(percent) + "}}";
+    env.emulator().injectEventStreamText(message("[" + streamEvent(resource) + "]"));
+    return QTest::qWaitFor([&] { return light->bridgeState().brightness() == expected; }, 5000);
 }
 
 bool openStream(EmulatedBridge& env, CBridge& bridge)
@@ -191,16 +234,127 @@ private slots:
         QTRY_COMPARE(changed.size(), 2);
         QCOMPARE(changed.at(1).at(1).value<ChangeFlags>(), ChangeFlags(ChangedReachable));
         QVERIFY(!bridge->lightData(id).reachable);
+    }
 
-        // A deleted device leaves the mirrors; its light is removed only by a device's "services".
+    // The delete events of a light, its device and its connectivity remove the light as a
+    // version 1 poll that no longer lists it does; added again, it registers anew.
+    void deletedLightLeavesAndComesBack()
+    {
+        EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge && pollUntilClientKnown(*bridge) && openStream(env, *bridge));
         const QByteArray gone = QByteArray::fromStdString(env.emulator().v2LightId("2"));
         QSignalSpy removed(bridge.get(), &CBridge::lightRemoved);
         const int devices = v2(*bridge)->devices().size();
+        LogCapture log;
         QVERIFY(env.emulator().removeLight("2"));
         env.emulator().flushEvents();
+        QTRY_COMPARE(removed.size(), 1);
+        QVERIFY(!bridge->hasLight(gone));
         QTRY_COMPARE(v2(*bridge)->devices().size(), devices - 1);
-        QCOMPARE(removed.size(), 0);
-        QVERIFY(bridge->hasLight(gone));
+        QCOMPARE(log.count(gone + " was deleted at bridge " + bridge->bridgeId()), 1);
+        QCOMPARE(warningLines(log), QByteArrayList());
+
+        QSignalSpy added(bridge.get(), &CBridge::lightAdded);
+        const std::string back = env.emulator().addLight({bridgeemu::LightKind::ColorTemperature});
+        env.emulator().flushEvents();
+        for (int i = 0; i < 3 && added.isEmpty(); ++i)
+            QVERIFY(EmulatedBridge::pollOnce(*bridge));
+        QTRY_COMPARE(added.size(), 1);
+        QVERIFY(bridge->hasLight(QByteArray::fromStdString(env.emulator().v2LightId(back))));
+    }
+
+    // Events of types the program does not use are skipped quietly (a bridge sends a scene
+    // event at every recall); a type it does not know is said once per bridge.
+    void unusedEventTypes_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<int>("warnings"); // for three events of the type
+        for (const char* type : {"scene", "smart_scene", "behavior_instance", "entertainment_configuration",
+                                 "button", "relative_rotary", "motion", "light_level", "temperature",
+                                 "device_power", "grouped_light"})
+            QTest::addRow("%s", type) << type << 0;
+        QTest::addRow("new type") << "sprinkler" << 1;
+    }
+
+    void unusedEventTypes()
+    {
+        QFETCH(QString, type);
+        QFETCH(int, warnings);
+        EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge && pollUntilClientKnown(*bridge) && openStream(env, *bridge));
+        LogCapture log;
+        QVERIFY(env.emulator().sendResourceEvents(type.toStdString(), 3));
+        QVERIFY(applyMarker(env, *bridge));
+        QCOMPARE(warningLines(log).size(), warnings);
+        if (warnings)
+            QCOMPARE(log.count("got unhandled event type " + type.toUtf8()), 3);
+    }
+
+    // Current firmware leaves a light's name and archetype to its device.
+    void lightsNamedAfterTheirDevices()
+    {
+        bridgeemu::EmulatorConfig config = threeLights();
+        config.lightMetadata = false;
+        EmulatedBridge env(config, EmulatedBridge::Firmware::ClipV2);
+        LogCapture log;
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge && pollUntilClientKnown(*bridge));
+        for (int i = 0; i < 3; ++i)
+            QVERIFY(EmulatedBridge::pollOnce(*bridge));
+        QCOMPARE(bridge->lights().size(), 3);
+        const QByteArray id = QByteArray::fromStdString(env.emulator().v2LightId("2"));
+        QCOMPARE(bridge->lightData(id).name, QString::fromStdString(env.emulator().light("2")->name));
+        QVERIFY(!v2(*bridge)->lightArchetype(id).isEmpty());
+        QCOMPARE(warningLines(log), QByteArrayList());
+    }
+
+    // A bridge in xy mode may write "mirek": null with "mirek_valid": true, and events may leave
+    // "mirek_valid" out: only a number is a colour temperature.
+    void colourModeOfFirmware_data()
+    {
+        QTest::addColumn<QString>("quirk");
+        QTest::addColumn<QString>("by");
+        QTest::addColumn<bool>("toTemperature");
+        QTest::addRow("mirek null in xy, poll") << "mirek null" << "poll" << false;
+        QTest::addRow("mirek null in xy, event") << "mirek null" << "event" << false;
+        QTest::addRow("event without mirek_valid") << "no mirek_valid" << "event" << true;
+    }
+
+    void colourModeOfFirmware()
+    {
+        QFETCH(QString, quirk);
+        QFETCH(QString, by);
+        QFETCH(bool, toTemperature);
+        EmulatedBridge env(threeLights(), EmulatedBridge::Firmware::ClipV2);
+        bridgeemu::LightChange temperature;
+        temperature.on = true;
+        temperature.ct = 300;
+        bridgeemu::LightChange colour;
+        colour.on = true;
+        colour.xy = bridgeemu::XY{0.5, 0.4};
+        env.emulator().setLightState("1", toTemperature ? colour : temperature);
+        auto bridge = env.makePairedBridge();
+        QVERIFY(bridge && pollUntilClientKnown(*bridge) && openStream(env, *bridge));
+        CLight* lamp = bridge->lightById(QByteArray::fromStdString(env.emulator().v2LightId("1")));
+        const VNColorMode wanted = toTemperature ? ColorModeTemperature : ColorModeColor;
+        QVERIFY(lamp && lamp->velState().colorMode() != wanted);
+        if (quirk == "mirek null")
+            env.emulator().setMirekNullInXy(true);
+        else
+            env.emulator().setEventsWithoutMirekValid(true);
+        if (by == "poll")
+            env.emulator().stallEventStreams(true);
+        env.emulator().setLightState("1", toTemperature ? temperature : colour);
+        env.emulator().flushEvents();
+        if (by == "poll") {
+            for (int i = 0; i < 3; ++i)
+                QVERIFY(EmulatedBridge::pollOnce(*bridge));
+        } else {
+            QVERIFY(applyMarker(env, *bridge));
+        }
+        QCOMPARE(lamp->velState().colorMode(), wanted);
     }
 
     void streamRemembersLastEventIdAndRetry()
