@@ -42,7 +42,7 @@ std::vector<int> finalPercents(const std::vector<LightWrite>& writes, std::size_
 int briForPercent(int percent);
 
 // How many written lights show their final value in the emulator's light model now (brightness
-// within one step: the two APIs round differently).
+// within three steps: the service scales some lights a little differently).
 bool inFinalState(const BenchLight& light, int percent);
 int lightsInFinalState(const std::vector<BenchLight>& lights, const std::vector<int>& finals);
 

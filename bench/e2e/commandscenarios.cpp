@@ -22,11 +22,12 @@ constexpr int kCheckMs = 100;
 constexpr int kDraggingSlackMs = 400; // the coalescing delay's bound: a change this late still follows the drag
 constexpr int kSettledFinalLimitMs = 30000; // after the last write (outage: after the bridge is back, plus its pause)
 
-// Values in 10..99 %, 37 points apart (mod 90): 90 writes of a light before one repeats, never
-// 100 % (the state every scenario starts from).
+// Values in 10..89 %, 37 points apart (mod 80): 80 writes of a light before one repeats, any
+// two of ten in a row at least 6 points apart, and far from 100 % (the state every scenario
+// starts from).
 int percentAt(std::size_t light, int step)
 {
-    return 10 + int((std::size_t(step) * 37 + light * 11) % 90);
+    return 10 + int((std::size_t(step) * 37 + light * 11) % 80);
 }
 
 bool refusal(int status)
