@@ -2,8 +2,8 @@
 // by the controller's admission (name, "bridgeid", "apiversion"), and the registration of the
 // bridge it names with the stored settings that the id selects.
 //
-// Byte 0 picks the id the candidate was announced with (none, current form, old UUID form) and
-// its port; the rest is the answer. The controller lives across inputs; the bridges an input
+// Byte 0 picks the id the candidate was announced with (none, current form, old UUID form), its
+// port and whether a certificate named the bridge; the rest is the answer. The controller lives across inputs; the bridges an input
 // registers are removed after it, and the list of used short ids is emptied.
 #include "huecontroller/hue_bridge.h"
 #include "huecontroller/hue_controller.h"
@@ -43,6 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     reply->setProperty("hueBridgeId", QByteArray(kAnnouncedIds[(data[0] & 3) % 3]));
     reply->setProperty("hueBridgeAddress", QByteArray("127.0.0.1"));
     reply->setProperty("hueBridgePort", port);
+    if (data[0] & 16) // reached by address over https: the certificate named the bridge
+        reply->setProperty("hueCertificateName", QByteArray("001788fffe123456"));
     QObject::connect(reply, &QNetworkReply::finished, controller, &hue::CController::onIdentifyBridgeFinished);
     reply->finish();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // the reply
