@@ -193,7 +193,7 @@ private slots:
                  {"no id at all", "", R"({"name":"H"})", "got finished signal with no bridge id", ""},
                  {"blank id", kId, R"({"bridgeid":""})", "bridge at 127.0.0.1 replied with blank ID", ""},
                  {"not JSON", "", "{nope", "JSON parse error while trying to parse api/config reply:", ""},
-                 {"refused", kId, "", "identification request failed:", ""}})
+                 {"plain http refused", kId, "", "refuses plain http - identifying it over https on port 443", ""}})
             QTest::addRow("%s", tag) << expectedId << body << log << name;
     }
     void identification()
