@@ -1,6 +1,7 @@
 #include "emulatorstate.h"
 
 #include "certificate.h"
+#include "v1render.h"
 
 #include <minijson.h>
 
@@ -18,21 +19,6 @@ namespace bridgeemu {
 using namespace minijson;
 
 namespace {
-
-const char* colorModeName(ColorMode mode)
-{
-    switch (mode) {
-    case ColorMode::HueSaturation:
-        return "hs";
-    case ColorMode::XY:
-        return "xy";
-    case ColorMode::ColorTemperature:
-        return "ct";
-    case ColorMode::None:
-        break;
-    }
-    return "none";
-}
 
 ColorMode colorModeFromName(const std::string& name)
 {
@@ -66,7 +52,7 @@ void writeLightState(CObject& object, const LightState& state)
     xy.AddNumber().SetDouble(state.xy.x);
     xy.AddNumber().SetDouble(state.xy.y);
     object.SetInt("ct", state.ct);
-    object.SetString("colormode", colorModeName(state.colorMode));
+    object.SetString("colormode", v1::colorModeText(state.colorMode)); // "" for none
     object.SetString("alert", state.alert);
     object.SetString("effect", state.effect);
     object.SetBoolean("reachable", state.reachable);
