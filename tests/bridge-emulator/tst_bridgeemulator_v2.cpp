@@ -1,11 +1,11 @@
 // The bridge's CLIP API version 2 over loopback: resources per light kind with the fields the
-// service reads, the key check and error envelopes, changes through PUT seen by both APIs, a
-// bridge without version 2, and the recorded dump of a real bridge. Devices, connectivity and
-// geofence clients are read and written by the service's own version 2 tests.
+// service reads, the key check and error envelopes, changes through PUT seen by both APIs and
+// the recorded dump of a real bridge. Devices, connectivity and
+// geofence clients are read and written by the service's own version 2 tests; a bridge without
+// version 2 by its datapoint tests and end to end.
 #include "emulatortestclient.h"
 
 #include <bridgeemulator.h>
-#include <emulatoroptions.h>
 
 #include <QFile>
 #include <QJsonArray>
@@ -188,8 +188,6 @@ private slots:
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("v1Field"); // what GET /api/<key>/lights/1 then shows
         QTest::addColumn<QVariant>("v1Value");
-        QTest::addRow("switch off") << "light" << QByteArray(R"({"on":{"on":false}})") << 200 << "state/on"
-                                    << QVariant(false);
         QTest::addRow("brightness") << "light" << QByteArray(R"({"dimming":{"brightness":50}})") << 200
                                     << "state/bri" << QVariant(127);
         QTest::addRow("device name") << "device" << QByteArray(R"({"metadata":{"name":"Hall"}})") << 200
@@ -244,23 +242,6 @@ private slots:
         const QJsonObject light = first(clip(
             *emulator, "GET", "/clip/v2/resource/light/" + QString::fromStdString(emulator->v2LightId("1"))));
         QCOMPARE(light["dimming"]["brightness"].toDouble(), 0.39);
-    }
-
-    void bridgeWithoutVersion2()
-    {
-        const auto v1Only = parseEmulatorOptions({"--api", "v1"}, nullptr);
-        const auto byDefault = parseEmulatorOptions({}, nullptr);
-        QVERIFY(v1Only && byDefault);
-        // The service takes a bridge to version 2 from swversion 1948086000 on.
-        QVERIFY(std::stoll(v1Only->config.identity.swVersion) < 1948086000LL);
-        QVERIFY(std::stoll(byDefault->config.identity.swVersion) >= 1948086000LL);
-        QVERIFY(!parseEmulatorOptions({"--api", "v3"}, nullptr));
-
-        m_key.clear();
-        const auto emulator = startEmulator(v1Only->config);
-        QCOMPARE(clip(*emulator, "GET", "/clip/v2/resource").status, 404);
-        QCOMPARE(clip(*emulator, "GET", "/eventstream/clip/v2").status, 404);
-        QCOMPARE(m_client.get(httpUrl(emulator->httpPort(), "/api/config")).status, 200);
     }
 
     void servesRecordedDump()
