@@ -100,6 +100,11 @@ void CBridge::replyFinished(QNetworkReply* reply, bool timedOut)
         endWarnings(); // the bridge answers again
     if (error == QNetworkReply::NoError && m_certificateRefused && g_Controller)
         g_Controller->certificateAcceptedAgain(m_bridgeId);
+    if (error == QNetworkReply::NoError && m_pacer.isPaused(Clock::nowMs())) {
+        m_pacer.reached(); // back after an outage: the waiting changes need not wait any longer
+        if (!m_pacer.isPaused(Clock::nowMs()))
+            sendDueChanges();
+    }
     if (reply->property("hueIsLightChange").toBool()) {
         // A change that did not reach the bridge waits for it, however long it is away; the
         // light's final state must not be lost to a restart or a moment without network.

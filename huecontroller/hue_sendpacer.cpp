@@ -14,7 +14,7 @@ void SendPacer::setRates(double lightsPerSecond, double groupsPerSecond)
 
 qint64 SendPacer::intervalMs(RequestClass requestClass) const
 {
-    return qMax<qint64>(1, qint64(std::ceil(1000.0 / m_perSecond[requestClass])));
+    return qMax<qint64>(1, qint64(std::ceil(kSpacingMargin * 1000.0 / m_perSecond[requestClass])));
 }
 
 qint64 SendPacer::waitMs(RequestClass requestClass, qint64 nowMs) const
@@ -52,6 +52,14 @@ void SendPacer::pause(qint64 nowMs, qint64 ms)
     if (m_troubleSinceMs < 0)
         m_troubleSinceMs = nowMs;
     m_pausedUntilMs = qMax(m_pausedUntilMs, nowMs + ms);
+}
+
+void SendPacer::reached()
+{
+    if (m_unreachablePauseMs == 0 || m_refusalPauseMs != 0)
+        return;
+    m_pausedUntilMs = 0;
+    accepted();
 }
 
 void SendPacer::accepted()

@@ -23,7 +23,10 @@ public:
 
     static constexpr double kDefaultLightsPerSecond = 10.0;
     static constexpr double kDefaultGroupsPerSecond = 1.0;
-    static constexpr qint64 kFirstRefusalPauseMs = 500;
+    // Slots are this much wider than 1/rate, so that jitter on the way never brings two changes
+    // to the bridge closer together than it takes them.
+    static constexpr double kSpacingMargin = 1.1;
+    static constexpr qint64 kFirstRefusalPauseMs = 250;
     static constexpr qint64 kMaxRefusalPauseMs = 8000;
     static constexpr qint64 kFirstUnreachablePauseMs = 1000;
     static constexpr qint64 kMaxUnreachablePauseMs = 30000;
@@ -45,6 +48,9 @@ public:
     void unreachable(qint64 nowMs);
     // A change went through: the next trouble starts again from the first, short pause.
     void accepted();
+    // Another request to the bridge went through: a pause for not reaching it ends at once (the
+    // bridge is back), a pause for refusals does not.
+    void reached();
 
     bool isPaused(qint64 nowMs) const { return nowMs < m_pausedUntilMs; }
     // When the failures in a row began; -1 while changes go through.

@@ -136,7 +136,7 @@ private slots:
         QTest::addColumn<QString>("fault");
         QTest::addColumn<qint64>("firstPause");
         QTest::addColumn<int>("maxPuts");
-        QTest::addRow("429 for 60 s") << "429" << qint64(500) << 14;
+        QTest::addRow("429 for 60 s") << "429" << qint64(250) << 16;
         QTest::addRow("503 with Retry-After 1 for 60 s") << "503" << qint64(1000) << 63;
         QTest::addRow("connections refused for 60 s") << "refuse" << qint64(1000) << 9;
     }

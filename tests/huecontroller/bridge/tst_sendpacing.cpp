@@ -18,22 +18,23 @@ private slots:
         SendPacer pacer;
         QCOMPARE(pacer.waitMs(SendPacer::LightChange, 1000), qint64(0)); // idle: one goes at once
         pacer.sent(SendPacer::LightChange, 1000);
-        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 1000), qint64(100));
-        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 1060), qint64(40));
+        // 10 a second with a tenth to spare: every 110 ms.
+        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 1000), qint64(110));
+        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 1060), qint64(50));
         // A group waits for a light slot too, and then has its own slot once a second.
-        QCOMPARE(pacer.waitMs(SendPacer::GroupChange, 1000), qint64(100));
-        pacer.sent(SendPacer::GroupChange, 1100);
-        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 1100), qint64(100));
-        QCOMPARE(pacer.waitMs(SendPacer::GroupChange, 1100), qint64(1000));
+        QCOMPARE(pacer.waitMs(SendPacer::GroupChange, 1000), qint64(110));
+        pacer.sent(SendPacer::GroupChange, 1110);
+        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 1110), qint64(110));
+        QCOMPARE(pacer.waitMs(SendPacer::GroupChange, 1110), qint64(1100));
         // Slots are not saved up while idle: after a long pause there is still no burst.
         pacer.sent(SendPacer::LightChange, 9000);
-        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 9000), qint64(100));
+        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 9000), qint64(110));
 
         pacer.setRates(4.0, -1.0); // a bad group rate keeps the default
         QCOMPARE(pacer.lightsPerSecond(), 4.0);
         QCOMPARE(pacer.groupsPerSecond(), SendPacer::kDefaultGroupsPerSecond);
         pacer.sent(SendPacer::LightChange, 20000);
-        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 20000), qint64(250));
+        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 20000), qint64(275));
     }
 
     void refusalsAndOutagesPauseTheBridge()
@@ -48,7 +49,7 @@ private slots:
             pauses << pacer.waitMs(SendPacer::LightChange, now);
             now += pauses.last();
         }
-        QCOMPARE(pauses, (QList<qint64>{500, 1000, 2000, 4000, 8000, 8000}));
+        QCOMPARE(pauses, (QList<qint64>{250, 500, 1000, 2000, 4000, 8000}));
         QCOMPARE(pacer.troubleSinceMs(), qint64(0));
         // The bridge's own wish wins, capped; an accepted change ends the trouble.
         pacer.refused(now, 3000);
@@ -58,7 +59,9 @@ private slots:
         pacer.accepted();
         QCOMPARE(pacer.troubleSinceMs(), qint64(-1));
         pacer.refused(200000, -1);
-        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 200000), qint64(500));
+        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 200000), qint64(250));
+        pacer.reached(); // another request went through: refusals still pause
+        QCOMPARE(pacer.waitMs(SendPacer::LightChange, 200000), qint64(250));
         // An unreachable bridge is tried again after 1, 2, 4 ... s, at most every 30 s.
         pacer.accepted();
         pauses.clear();
@@ -69,6 +72,10 @@ private slots:
             now += pauses.last();
         }
         QCOMPARE(pauses, (QList<qint64>{1000, 2000, 4000, 8000, 16000, 30000, 30000}));
+        // Any request that goes through shows the bridge is back: the changes go at once.
+        pacer.reached();
+        QCOMPARE(pacer.waitMs(SendPacer::LightChange, now - 1000), qint64(0));
+        QCOMPARE(pacer.troubleSinceMs(), qint64(-1));
     }
 
     void waitingBodiesTakeInNewerChanges_data()
