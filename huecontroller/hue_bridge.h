@@ -108,7 +108,7 @@ public:
     static constexpr const char* kGroupRateSetting = "bridge/groupChangesPerSecond";
     // A light's changes go out this long after the last of a burst, but never later than
     // kMaxCommandDelayMs after the first, however long the burst lasts (a dragged slider).
-    static constexpr int kMaxCommandDelayMs = 250;
+    static constexpr int kMaxCommandDelayMs = 240;
     static constexpr int kRegisterRetryMs = 1000;
 
     // A bridge reached through `nam` (shared, not owned) at host:port. Port 443 means https
