@@ -76,10 +76,8 @@ void API2Device::setLight(const QByteArray& lightId, CLight* light)
 {
     const auto it = lights.constFind(lightId);
     if (it != lights.constEnd() && !it->isNull()) {
-        // Re-attaching the same light (each reachability update does) is routine.
-        if (it->data() == light)
-            LOG_DETAIL << "tried to add existing light" << lightId << "to device" << id;
-        else
+        // Re-attaching the same light (each reachability update does) is routine and says nothing.
+        if (it->data() != light)
             LOG_WARNING << "tried to add existing light" << lightId << "to device" << id;
         return;
     }

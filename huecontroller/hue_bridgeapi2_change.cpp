@@ -163,7 +163,8 @@ void BridgeAPI2::parseGeofenceClientList(const minijson::CObject& reply)
 {
     const QByteArray prefix = geofenceNamePrefix();
     if (prefix.isEmpty()) {
-        LOG_WARNING << "no serial number known, cannot look for the geofence client";
+        if (m_bridge->admitWarning("no hub serial number"))
+            LOG_WARNING << "no serial number known, cannot look for the geofence client";
         return;
     }
     if (const minijson::CArray* data = reply.GetArray("data")) {

@@ -241,9 +241,10 @@ private slots:
         QSignalSpy added(bridge.get(), &CBridge::lightAdded);
         const std::string back = env.emulator().addLight({bridgeemu::LightKind::ColorTemperature});
         env.emulator().flushEvents();
-        for (int i = 0; i < 3 && added.isEmpty(); ++i)
+        // From its add event, or at the latest from a full poll cycle.
+        for (int i = 0; i < 8 && !QTest::qWaitFor([&] { return !added.isEmpty(); }, 500); ++i)
             QVERIFY(EmulatedBridge::pollOnce(*bridge));
-        QTRY_COMPARE(added.size(), 1);
+        QTRY_COMPARE_WITH_TIMEOUT(added.size(), 1, 10000);
         QVERIFY(bridge->hasLight(QByteArray::fromStdString(env.emulator().v2LightId(back))));
     }
 
