@@ -66,8 +66,10 @@ private:
     }
     bool poll()
     {
-        // A poll that the controller's own timer started may predate the change: let it end.
-        if (!QTest::qWaitFor([&] { return !m_bridge->currentPollReply(); }, 5000))
+        // A poll that the controller's own timer started may predate the change: let it end. A
+        // change still on its way keeps its items from the poll's values: let it arrive first.
+        if (!QTest::qWaitFor([&] { return !m_bridge->currentPollReply() && m_bridge->retryQueues().isEmpty(); },
+                             10000))
             return false;
         Clock::advance(600); // past the bridge's quiet time after its last request
         m_bridge->pollNextItem();
