@@ -66,7 +66,8 @@ int kindOfQtMessage(QtMsgType type)
 
 void qtMessageHandler(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
-    writeLogMessage(kindOfQtMessage(type), context.file ? context.file : "qt", context.line, message.toUtf8());
+    writeLogMessage(kindOfQtMessage(type), context.file ? context.file : "qt", context.line,
+                    message.toUtf8());
     if (type == QtFatalMsg)
         abort();
 }
@@ -143,7 +144,8 @@ void initLoggingByConfig()
     const QSettings settings; // the application's own store: organisation and name are set by main()
     const bool debug = settings.value(QStringLiteral("logging/debug"), QStringLiteral("0")).toInt() != 0;
     const bool trace = settings.value(QStringLiteral("logging/trace"), QStringLiteral("0")).toInt() != 0;
-    const bool silence = settings.value(QStringLiteral("logging/silenceisgolden"), QStringLiteral("0")).toInt() != 0;
+    const bool silence =
+        settings.value(QStringLiteral("logging/silenceisgolden"), QStringLiteral("0")).toInt() != 0;
     initLogging(debug, trace, !silence, false);
 }
 

@@ -57,7 +57,9 @@ void writeLogMessage(int kind, const char* file, int line, const QByteArray& mes
 struct LogExcerpt
 {
     static constexpr int kDefaultBytes = 200;
-    explicit LogExcerpt(const QByteArray& text, int maxBytes = kDefaultBytes) : text(text), maxBytes(maxBytes) {}
+    explicit LogExcerpt(const QByteArray& text, int maxBytes = kDefaultBytes) : text(text), maxBytes(maxBytes)
+    {
+    }
     const QByteArray& text;
     int maxBytes;
 };
@@ -83,17 +85,17 @@ public:
     CDebug& operator<<(const QUrl& url);
     CDebug& operator<<(const LogExcerpt& excerpt);
 
-    template <typename T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> &&
-                                               !std::is_same_v<T, char>,
-                                           int> = 0>
+    template <typename T,
+              std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char>,
+                               int> = 0>
     CDebug& operator<<(T value)
     {
         if (m_enabled)
-            appendItem(QByteArray::number(static_cast<std::conditional_t<std::is_signed_v<T>, qint64, quint64>>(value)));
+            appendItem(QByteArray::number(
+                static_cast<std::conditional_t<std::is_signed_v<T>, qint64, quint64>>(value)));
         return *this;
     }
-    template <typename T, std::enable_if_t<std::is_enum_v<T>, int> = 0>
-    CDebug& operator<<(T value)
+    template <typename T, std::enable_if_t<std::is_enum_v<T>, int> = 0> CDebug& operator<<(T value)
     {
         return *this << static_cast<std::underlying_type_t<T>>(value);
     }

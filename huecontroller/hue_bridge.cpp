@@ -48,8 +48,9 @@ CBridge::CBridge(QNetworkAccessManager* nam, const QByteArray& bridgeId, const Q
     const QSettings settings(QStringLiteral("vorn"), QStringLiteral("huecontroller"));
     m_forceAPI1 = configSwitch(QStringLiteral("hue/forceAPI1")) ||
                   settings.value(QStringLiteral("debug/forceAPI1"), false).toBool();
-    m_pacer.setRates(settings.value(QLatin1String(kLightRateSetting), SendPacer::kDefaultLightsPerSecond).toDouble(),
-                     settings.value(QLatin1String(kGroupRateSetting), SendPacer::kDefaultGroupsPerSecond).toDouble());
+    m_pacer.setRates(
+        settings.value(QLatin1String(kLightRateSetting), SendPacer::kDefaultLightsPerSecond).toDouble(),
+        settings.value(QLatin1String(kGroupRateSetting), SendPacer::kDefaultGroupsPerSecond).toDouble());
     connect(ConfigCache::instance(), &ConfigCache::configValueChanged, this, &CBridge::onConfigValueChanged);
 
     // https is tried first; port 80 becomes 443 for it, and plain http on the given port is the

@@ -347,7 +347,7 @@ private:
     SendPacer m_pacer;
     LogBudget m_logBudget;
     QHash<QByteArray, qint64> m_firstPendingMs; // light id -> when its oldest pending change came
-    QSet<QByteArray> m_failedLights;             // lights whose changes were given up
+    QSet<QByteArray> m_failedLights;            // lights whose changes were given up
     quint64 m_sentSerial = 0;
     QHash<QByteArray, QHash<int, quint64>> m_itemSentSerials; // light -> item -> serial of its last change
     quint64 m_requestCounter = 1;

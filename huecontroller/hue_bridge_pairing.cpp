@@ -128,7 +128,8 @@ void CBridge::handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool time
         return;
     }
     if (!document->IsObject()) {
-        LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << LogExcerpt(body);
+        LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents."
+                  << LogExcerpt(body);
         setUserNameState(USERNAME_ERROR_UNKNOWN);
         return;
     }
@@ -165,7 +166,8 @@ void CBridge::handleCheckUserNameRegisteredReply(QNetworkReply* reply, bool time
         // or a whitelist without the key.
         keyWithdrawn();
     } else {
-        LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents." << LogExcerpt(body);
+        LOG_ERROR << "Successfully parsed JSON response from bridge, but had unexpected contents."
+                  << LogExcerpt(body);
         setUserNameState(USERNAME_ERROR_UNKNOWN);
     }
 }
@@ -184,7 +186,8 @@ void CBridge::keyWithdrawn()
 {
     // Removed at the bridge (for example in the vendor's app): the key is forgotten, so that
     // pairing asks for a new one with the link button instead of checking the old one again.
-    LOG_WARNING << "bridge" << m_bridgeId << "no longer accepts its key; it needs pairing with the link button";
+    LOG_WARNING << "bridge" << m_bridgeId
+                << "no longer accepts its key; it needs pairing with the link button";
     m_userName.clear();
     if (g_Controller)
         g_Controller->setBridgeUserName(bridgeIdString(), QString());

@@ -46,7 +46,8 @@ void CBridge::pollNextItem()
     if (m_ignore)
         return;
     if (m_certificateRefused) {
-        if (m_lastRefusedCertificateTry.isValid() && !m_lastRefusedCertificateTry.hasExpired(kRefusedCertificateRetryMs))
+        if (m_lastRefusedCertificateTry.isValid() &&
+            !m_lastRefusedCertificateTry.hasExpired(kRefusedCertificateRetryMs))
             return;
         m_lastRefusedCertificateTry.start();
     }
@@ -75,7 +76,7 @@ void CBridge::handlePollReply(QNetworkReply* reply, bool timedOut)
     if (timedOut) {
         if (admitWarning("poll timed out"))
             LOG_WARNING << "network reply timed out/failed while trying to poll all lights: " +
-                           reply->url().path();
+                               reply->url().path();
         return;
     }
     if (reply->error() != QNetworkReply::NoError) {
@@ -128,8 +129,8 @@ void CBridge::handleRequestLightChangeReply(QNetworkReply* reply, bool timedOut)
     if (timedOut || reply->error() != QNetworkReply::NoError) {
         if (admitWarning("change error " + QByteArray::number(int(reply->error()))))
             LOG_WARNING << "network reply error while receiving light request reply: " << int(reply->error())
-                    << reply->errorString() << "HTTP code"
-                    << reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+                        << reply->errorString() << "HTTP code"
+                        << reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         return;
     }
     const QByteArray body = reply->readAll();

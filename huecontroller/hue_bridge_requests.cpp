@@ -27,7 +27,8 @@ void CBridge::endWarnings()
     if (m_logBudget.isEmpty())
         return;
     for (const auto& [key, count] : m_logBudget.end())
-        LOG_INFO << "bridge" << m_bridgeId << "answers again;" << count << "more warnings of this kind were held back:" << key;
+        LOG_INFO << "bridge" << m_bridgeId << "answers again;" << count
+                 << "more warnings of this kind were held back:" << key;
 }
 
 quint64 CBridge::getRequestId(QNetworkReply* reply)
@@ -80,7 +81,8 @@ void CBridge::replyFinished(QNetworkReply* reply, bool timedOut)
     } else if (error == QNetworkReply::NoError && reply->url().scheme() == QLatin1String("https")) {
         m_stayOnHttps = true;
     } else if (reply->property("hueCertificateRefused").toBool()) {
-        LOG_WARNING << "certificate of bridge" << m_bridgeId << "refused; staying on https, no fall-back to http";
+        LOG_WARNING << "certificate of bridge" << m_bridgeId
+                    << "refused; staying on https, no fall-back to http";
         m_stayOnHttps = true;
         fellBack = false;
     } else if (m_httpsTried || (error != QNetworkReply::ConnectionRefusedError &&
@@ -150,7 +152,7 @@ void CBridge::replyError(QNetworkReply::NetworkError code)
     }
     if (admitWarning("request failed " + QByteArray::number(int(code))))
         LOG_WARNING << "HTTP request to" << reply->url() << "failed:" << int(code) << reply->errorString()
-                << "HTTP code" << status;
+                    << "HTTP code" << status;
     const QList<QNetworkReply*> active = m_activeReplies.values();
     for (QNetworkReply* other : active) {
         if (other->error() == code) {
@@ -223,8 +225,8 @@ quint64 CBridge::queueLightchangeRequest(const QNetworkRequest& request, const Q
     const bool waitsBehind = !queue.isEmpty();
     const quint64 id = ++m_requestCounter;
     const CLight* light = lightById(lightId);
-    auto* entry = new RetryingRequest{id, request, body, lightId, properties, false, 0,
-                                      light && light->itemType() == ItemGroup};
+    auto* entry = new RetryingRequest{id,         request, body, lightId,
+                                      properties, false,   0,    light && light->itemType() == ItemGroup};
     queue.append(entry);
     if (waitsBehind && !m_retryTimer.isActive()) {
         QString shown = key;

@@ -38,8 +38,8 @@ QByteArray BridgeAPI::mergeChangeBodies(const QByteArray& older, const QByteArra
     const minijson::CObject& latest = update->Object();
     const QList<QList<const char*>>& groups = kColourMemberGroups;
     for (const QList<const char*>& group : groups) {
-        const bool latestHasIt =
-            std::any_of(group.cbegin(), group.cend(), [&](const char* name) { return latest.Contains(name); });
+        const bool latestHasIt = std::any_of(group.cbegin(), group.cend(),
+                                             [&](const char* name) { return latest.Contains(name); });
         if (!latestHasIt)
             continue;
         for (const QList<const char*>& other : groups) {

@@ -141,10 +141,10 @@ private:
     QByteArray m_geofenceClientId;
     QTimer m_geofenceTimer;
     QNetworkReply* m_geofenceRequest = nullptr;
-    QSet<QByteArray> m_lightsWithoutMetadata;   // named after their device
-    QSet<QByteArray> m_incompleteLights;        // logged once as unreadable
+    QSet<QByteArray> m_lightsWithoutMetadata; // named after their device
+    QSet<QByteArray> m_incompleteLights;      // logged once as unreadable
     QHash<QByteArray, QByteArray> m_lightArchetypes;
-    QSet<QByteArray> m_unknownEventTypes;       // logged once each
+    QSet<QByteArray> m_unknownEventTypes; // logged once each
 };
 
 } // namespace hue

@@ -25,15 +25,47 @@ std::string indented(const minijson::CEntity& entity)
 // event at every recall, sensors all the time): they are skipped without a word.
 bool isIgnoredType(const std::string& type)
 {
-    static const QSet<QByteArray> kIgnored = {
-        "motion", "grouped_motion", "grouped_light_level", "light_level", "temperature", "button",
-        "bridge_home", "device_power", "grouped_light", "geofence_client", "zone", "room", "scene",
-        "smart_scene", "behavior_instance", "behavior_script", "entertainment_configuration",
-        "entertainment", "relative_rotary", "device_software_update", "zigbee_device_discovery",
-        "zgp_connectivity", "wifi_connectivity", "bridge", "homekit", "matter", "matter_fabric",
-        "contact", "tamper", "camera_motion", "convenience_area_motion", "security_area_motion",
-        "motion_area_configuration", "motion_area_candidate", "switch_input_configuration", "speaker",
-        "geolocation", "bell_button", "clip", "public_image", "service_group"};
+    static const QSet<QByteArray> kIgnored = {"motion",
+                                              "grouped_motion",
+                                              "grouped_light_level",
+                                              "light_level",
+                                              "temperature",
+                                              "button",
+                                              "bridge_home",
+                                              "device_power",
+                                              "grouped_light",
+                                              "geofence_client",
+                                              "zone",
+                                              "room",
+                                              "scene",
+                                              "smart_scene",
+                                              "behavior_instance",
+                                              "behavior_script",
+                                              "entertainment_configuration",
+                                              "entertainment",
+                                              "relative_rotary",
+                                              "device_software_update",
+                                              "zigbee_device_discovery",
+                                              "zgp_connectivity",
+                                              "wifi_connectivity",
+                                              "bridge",
+                                              "homekit",
+                                              "matter",
+                                              "matter_fabric",
+                                              "contact",
+                                              "tamper",
+                                              "camera_motion",
+                                              "convenience_area_motion",
+                                              "security_area_motion",
+                                              "motion_area_configuration",
+                                              "motion_area_candidate",
+                                              "switch_input_configuration",
+                                              "speaker",
+                                              "geolocation",
+                                              "bell_button",
+                                              "clip",
+                                              "public_image",
+                                              "service_group"};
     return kIgnored.contains(QByteArray::fromStdString(type));
 }
 
@@ -111,7 +143,8 @@ void BridgeAPI2::parseDeviceUpdate(const minijson::CObject& resource, const std:
             if (eventType == "update") {
                 device->update(resource);
             } else if (eventType == "delete") {
-                LOG_INFO << "device" << id << "was deleted at bridge" << m_bridge->bridgeId() << "- deleting it";
+                LOG_INFO << "device" << id << "was deleted at bridge" << m_bridge->bridgeId()
+                         << "- deleting it";
                 removeDevice(id);
             } else {
                 LOG_WARNING << "unhandled device update type:" << eventType << indented(resource);

@@ -223,10 +223,9 @@ bool BridgeAPI2::updateLightFromLightJSON(const QByteArray& id, const minijson::
     // known yet waits for it (createLight); one that has neither is logged once, not at every poll.
     const bool ownMetadata = light.Contains("metadata");
     const minijson::CObject* owner = light.GetObject("owner");
-    const API2Device* device =
-        owner && owner->GetString("rtype") == "device"
-            ? m_devices.value(QByteArray::fromStdString(owner->GetString("rid"))).get()
-            : nullptr;
+    const API2Device* device = owner && owner->GetString("rtype") == "device"
+                                   ? m_devices.value(QByteArray::fromStdString(owner->GetString("rid"))).get()
+                                   : nullptr;
     const bool named = ownMetadata || !device || device->hasMetadata;
     if (!light.Contains("on") || !named) {
         const bool first = !m_incompleteLights.contains(id);
@@ -281,7 +280,8 @@ bool BridgeAPI2::createLight(const QByteArray& id, const minijson::CObject& ligh
                         device->softwareVersion);
     m_bridge->addLight(object);
     BridgeLightData& data = m_bridge->lightData(id);
-    data.name = metadata ? QString::fromStdString(metadata->GetString("name")) : QString::fromUtf8(device->name);
+    data.name =
+        metadata ? QString::fromStdString(metadata->GetString("name")) : QString::fromUtf8(device->name);
     data.typeName = QByteArray::fromStdString(light.GetString("type"));
     data.reachable = true;
     device->setLight(id, object);
@@ -318,9 +318,10 @@ bool BridgeAPI2::updateLightFromEventJSON(CLight* light, const minijson::CObject
         const minijson::CEntity* percent = dimming->Find("brightness");
         // The percentage on the 0-254 scale, truncated.
         const float keptBrightness = percent && percent->IsNumber()
-                               ? float(percent->Number().ValueDouble()) * apiBrightnessFactor()
-                               : 254.0f;
-        state.setLastOnBrightness(quint8(std::isfinite(keptBrightness) ? qBound(0.0f, keptBrightness, 254.0f) : 254.0f));
+                                         ? float(percent->Number().ValueDouble()) * apiBrightnessFactor()
+                                         : 254.0f;
+        state.setLastOnBrightness(
+            quint8(std::isfinite(keptBrightness) ? qBound(0.0f, keptBrightness, 254.0f) : 254.0f));
     } else if (!kept.brightness && light->isOn() && !wasOn && state.brightness() == 0 &&
                (!light->device() || light->device()->supportsBrightness())) {
         // Switched on without a brightness: back to the one kept while it was off.
@@ -364,7 +365,8 @@ bool BridgeAPI2::updateLightFromEventJSON(CLight* light, const minijson::CObject
         if (metadata->Contains("name"))
             updateLightValueCommon(*light, ValueName, metadata->Find("name"), flags);
         if (metadata->Contains("archetype"))
-            m_lightArchetypes.insert(light->hueId(), QByteArray::fromStdString(metadata->GetString("archetype")));
+            m_lightArchetypes.insert(light->hueId(),
+                                     QByteArray::fromStdString(metadata->GetString("archetype")));
     } else if (nameDevice && nameDevice->hasMetadata) {
         BridgeLightData& data = m_bridge->lightData(light->hueId());
         const QString name = QString::fromUtf8(nameDevice->name);

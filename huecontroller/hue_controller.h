@@ -132,7 +132,10 @@ public:
     // it; a chain for another bridge is refused.
     bool acceptAuthorityCertificate(const QByteArray& bridgeId, const QSslCertificate& certificate);
     // Bridges whose pinned certificate was replaced by a foreign one, with their state before.
-    bool isCertificateRefused(const QByteArray& bridgeId) const { return m_refusedCertificates.contains(bridgeId); }
+    bool isCertificateRefused(const QByteArray& bridgeId) const
+    {
+        return m_refusedCertificates.contains(bridgeId);
+    }
     // The bridge shows its pinned certificate again (a handshake, or a request that went through):
     // its former state comes back.
     void certificateAcceptedAgain(const QByteArray& bridgeId);

@@ -196,8 +196,8 @@ bool CController::identifyFromReply(QNetworkReply* reply)
     // Reached by its address alone, the bridge is who its certificate names.
     const QByteArray certified = reply->property("hueCertificateName").toByteArray();
     if (!certified.isEmpty() && certified != id.toLower()) {
-        LOG_WARNING << "bridge at" << address << "reports id" << id << "but its certificate names" << certified
-                    << "- not admitted";
+        LOG_WARNING << "bridge at" << address << "reports id" << id << "but its certificate names"
+                    << certified << "- not admitted";
         return true;
     }
     CBridge* bridge = realAddIdentifiedBridge(expectedId, id.toLower(), address, port, name);

@@ -67,7 +67,8 @@ void CController::sslErrors(QNetworkReply* reply, const QList<QSslError>& errors
     bool accepted = false;
     if (!selfSigned.isNull()) {
         accepted = acceptSelfSignedCertificate(id, selfSigned);
-    } else if (reply->property("hueIdentify").toBool() && commonName(peer).compare(QString::fromUtf8(id), Qt::CaseInsensitive) != 0) {
+    } else if (reply->property("hueIdentify").toBool() &&
+               commonName(peer).compare(QString::fromUtf8(id), Qt::CaseInsensitive) != 0) {
         // Identifying a bridge known only by its address: the chain verified to a trusted root, so
         // its common name is who the bridge is; the answer must then say the same.
         accepted = looksLikeBridgeId(commonName(peer));
@@ -91,8 +92,8 @@ bool CController::acceptAuthorityCertificate(const QByteArray& bridgeId, const Q
     // address). It must be this bridge's own: one bridge's certificate never passes for another.
     const QString name = commonName(certificate);
     if (!looksLikeBridgeId(name) || name.compare(QString::fromUtf8(bridgeId), Qt::CaseInsensitive) != 0) {
-        LOG_WARNING << "certificate of bridge" << bridgeId << "is issued for" << (name.isEmpty() ? "no single name" : name)
-                    << "- refused";
+        LOG_WARNING << "certificate of bridge" << bridgeId << "is issued for"
+                    << (name.isEmpty() ? "no single name" : name) << "- refused";
         return false;
     }
     const QByteArray digest = certificate.digest(QCryptographicHash::Sha256);
@@ -100,7 +101,8 @@ bool CController::acceptAuthorityCertificate(const QByteArray& bridgeId, const Q
     if (stored == digest)
         return true;
     if (!stored.isEmpty())
-        LOG_INFO << "certificate of bridge" << bridgeId << "was renewed by its authority; pinning the new one";
+        LOG_INFO << "certificate of bridge" << bridgeId
+                 << "was renewed by its authority; pinning the new one";
     setBridgeCertDigest(bridgeId, digest);
     return true;
 }

@@ -59,7 +59,8 @@ StreamEventBatch parseStreamEvents(const QByteArray& data, bool dump)
         return batch;
     }
     if (!batch.document->IsArray()) {
-        LOG_ERROR << "Eventstream entry is not an array:" << LogExcerpt(QByteArray::fromStdString(batch.document->ToString()));
+        LOG_ERROR << "Eventstream entry is not an array:"
+                  << LogExcerpt(QByteArray::fromStdString(batch.document->ToString()));
         batch.document.reset();
         return batch;
     }

@@ -36,7 +36,8 @@ void SendPacer::sent(RequestClass requestClass, qint64 nowMs)
 
 void SendPacer::refused(qint64 nowMs, qint64 retryAfterMs)
 {
-    m_refusalPauseMs = m_refusalPauseMs == 0 ? kFirstRefusalPauseMs : qMin(2 * m_refusalPauseMs, kMaxRefusalPauseMs);
+    m_refusalPauseMs =
+        m_refusalPauseMs == 0 ? kFirstRefusalPauseMs : qMin(2 * m_refusalPauseMs, kMaxRefusalPauseMs);
     pause(nowMs, retryAfterMs >= 0 ? qMin(retryAfterMs, kMaxRetryAfterMs) : m_refusalPauseMs);
 }
 

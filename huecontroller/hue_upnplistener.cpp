@@ -225,7 +225,8 @@ void CUpnpListener::onDescriptionRequestFinished()
     device.reply = nullptr;
 
     if (replyWasTooLarge(reply)) {
-        LOG_WARNING << "description XML from device larger than" << UpnpDescription::kMaxBytes << "bytes" << id;
+        LOG_WARNING << "description XML from device larger than" << UpnpDescription::kMaxBytes << "bytes"
+                    << id;
         countFailure(id, device);
         return;
     }
@@ -245,7 +246,8 @@ void CUpnpListener::onDescriptionRequestFinished()
         break;
     case UpnpDescription::ParseError:
         LOG_WARNING << "Parse error in description XML from device"
-                    << "line" << description.line << "column" << description.column << description.message << id;
+                    << "line" << description.line << "column" << description.column << description.message
+                    << id;
         countFailure(id, device);
         return;
     case UpnpDescription::TooDeep:

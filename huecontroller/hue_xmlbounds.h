@@ -9,7 +9,7 @@ namespace hue {
 // run first, with a pull parser that keeps its open elements on the heap.
 struct XmlShape
 {
-    int depth = 0;          // deepest element level reached (the document element is 1)
+    int depth = 0;           // deepest element level reached (the document element is 1)
     bool deeperThan = false; // stopped because the limit was passed
     bool hasDoctype = false; // a document type declaration (entity definitions) was seen
 };

@@ -24,7 +24,9 @@ public:
         setOperation(operation);
         setAttribute(QNetworkRequest::HttpStatusCodeAttribute, status);
         if (status >= 400)
-            fail(status == 403 ? ContentAccessDenied : status == 404 ? ContentNotFoundError : UnknownContentError);
+            fail(status == 403   ? ContentAccessDenied
+                 : status == 404 ? ContentNotFoundError
+                                 : UnknownContentError);
         QIODevice::open(QIODevice::ReadOnly);
         setFinished(true);
     }

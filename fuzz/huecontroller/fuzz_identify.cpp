@@ -3,8 +3,8 @@
 // bridge it names with the stored settings that the id selects.
 //
 // Byte 0 picks the id the candidate was announced with (none, current form, old UUID form), its
-// port and whether a certificate named the bridge; the rest is the answer. The controller lives across inputs; the bridges an input
-// registers are removed after it, and the list of used short ids is emptied.
+// port and whether a certificate named the bridge; the rest is the answer. The controller lives across
+// inputs; the bridges an input registers are removed after it, and the list of used short ids is emptied.
 #include "huecontroller/hue_bridge.h"
 #include "huecontroller/hue_controller.h"
 
@@ -45,7 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     reply->setProperty("hueBridgePort", port);
     if (data[0] & 16) // reached by address over https: the certificate named the bridge
         reply->setProperty("hueCertificateName", QByteArray("001788fffe123456"));
-    QObject::connect(reply, &QNetworkReply::finished, controller, &hue::CController::onIdentifyBridgeFinished);
+    QObject::connect(reply, &QNetworkReply::finished, controller,
+                     &hue::CController::onIdentifyBridgeFinished);
     reply->finish();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // the reply
     controller->kill();

@@ -23,7 +23,10 @@ public:
     void run(const SocketMessage& message) { invoke(callFromMessage(nullptr, message)); }
 
     Q_INVOKABLE int sum(int a, int b) { return int(unsigned(a) + unsigned(b)); }
-    Q_INVOKABLE QString name(InternalId id, QString fallback) { return id.isValid() ? id.toString() : fallback; }
+    Q_INVOKABLE QString name(InternalId id, QString fallback)
+    {
+        return id.isValid() ? id.toString() : fallback;
+    }
     Q_INVOKABLE QByteArray bytes(QByteArray data, int count) { return data.left(count); }
     Q_INVOKABLE QStringList keys(QVariantMap map, QStringList extra) { return map.keys() + extra; }
     Q_INVOKABLE QVariantMap wrap(QString key, QVariantMap value) { return {{key, value}}; }
@@ -32,7 +35,10 @@ public:
     Q_INVOKABLE void fail(InternalId, SocketPromise promise) { promise.setFailed(); }
 
 public slots:
-    void setValue(InternalId id, QString value, bool persistent) { m_last = id.toString() + value + persistent; }
+    void setValue(InternalId id, QString value, bool persistent)
+    {
+        m_last = id.toString() + value + persistent;
+    }
 
 private:
     QString m_last;

@@ -13,7 +13,8 @@ bool EmulatorProcess::start(const QStringList& options)
     QRegularExpressionMatch match;
     if (!m_process.start(QStringLiteral(BRIDGE_EMULATOR_EXECUTABLE), options) ||
         !m_process.waitForOutputLine(
-            QRegularExpression("^listening https=(-?\\d+) http=(-?\\d+)(?: control=(\\d+))?(?: shared=(\\d+))?"),
+            QRegularExpression(
+                "^listening https=(-?\\d+) http=(-?\\d+)(?: control=(\\d+))?(?: shared=(\\d+))?"),
             &match))
         return false;
     m_httpsPort = match.captured(1).toInt();

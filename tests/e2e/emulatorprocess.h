@@ -32,15 +32,19 @@ public:
     ManagedProcess& process() { return m_process; }
     int httpPort() const { return m_httpPort; }
     int httpsPort() const { return m_httpsPort; }
-    int sharedPort() const { return m_sharedPort; }   // 0 without --shared-port
-    int controlPort() const { return m_controlPort; } // 0 without one (--control-port; --http-closed opens one)
+    int sharedPort() const { return m_sharedPort; } // 0 without --shared-port
+    int controlPort() const
+    {
+        return m_controlPort;
+    } // 0 without one (--control-port; --http-closed opens one)
     // As /api/config reports it (upper case).
     QString bridgeId() const { return m_bridgeId; }
 
     // A control API request ("/emulator/..."); the parsed answer, or an empty object on failure.
     QJsonObject control(const QByteArray& method, const QString& path, const QByteArray& body = QByteArray());
     // The same, the answer's text as it came (empty on failure).
-    QByteArray controlText(const QByteArray& method, const QString& path, const QByteArray& body = QByteArray());
+    QByteArray controlText(const QByteArray& method, const QString& path,
+                           const QByteArray& body = QByteArray());
 
     // Certificates (start with "--generation pro" for one issued by the test authority, and
     // "--write-authority PATH" to have the root in a file): the authority's root (PEM); a new

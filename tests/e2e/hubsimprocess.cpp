@@ -38,8 +38,9 @@ QJsonObject HubSimProcess::mdns(bool announce, const QString& name, const QStrin
 
 bool HubSimProcess::announceBridge(int port, const QString& bridgeId, const QString& modelId) const
 {
-    return mdns(true, QStringLiteral("Hue Bridge - ") + bridgeId.right(6).toUpper(), QStringLiteral("127.0.0.1"),
-                port, {"bridgeid=" + bridgeId.toLower(), "modelid=" + modelId})["ok"]
+    return mdns(true, QStringLiteral("Hue Bridge - ") + bridgeId.right(6).toUpper(),
+                QStringLiteral("127.0.0.1"), port,
+                {"bridgeid=" + bridgeId.toLower(), "modelid=" + modelId})["ok"]
         .toBool();
 }
 

@@ -39,7 +39,8 @@ public:
                      const QStringList& txt = {}) const;
     // Announces a Hue bridge on 127.0.0.1:`port` by mDNS alone, as the newest bridges are found
     // (no description document): TXT bridgeid=<id in lower case> and modelid; true once sent.
-    bool announceBridge(int port, const QString& bridgeId, const QString& modelId = QStringLiteral("BSB003")) const;
+    bool announceBridge(int port, const QString& bridgeId,
+                        const QString& modelId = QStringLiteral("BSB003")) const;
     bool interrupt() { return m_process.interrupt(); }
     ManagedProcess& process() { return m_process; }
 

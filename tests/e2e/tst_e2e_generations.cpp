@@ -30,9 +30,10 @@ EmulatorProcess* TestE2EGenerations::pairedProBridge(HueSystem& system, const QS
                                                      int announcedPort)
 {
     const QString authority = system.dir() + QStringLiteral("/authority.pem");
-    EmulatorProcess* bridge = system.addBridge(QStringList{"--api", "v2", "--generation", "pro", "--write-authority", authority,
-                                                           "--lights", "extended:1,dimmable:1", "--no-groups"} +
-                                               options);
+    EmulatorProcess* bridge =
+        system.addBridge(QStringList{"--api", "v2", "--generation", "pro", "--write-authority", authority,
+                                     "--lights", "extended:1,dimmable:1", "--no-groups"} +
+                         options);
     if (!bridge || !QFile::exists(authority))
         return nullptr;
     system.service().setSetting(QStringLiteral("debug/extraTrustedRoots"), authority);
@@ -42,7 +43,8 @@ EmulatorProcess* TestE2EGenerations::pairedProBridge(HueSystem& system, const QS
                         system.service().waitForLogMessage(QRegularExpression("switches to API version 2")) &&
                         !system.waitForDevices(2).isEmpty();
     if (!paired)
-        qWarning("the pro bridge was not paired; the service's log:\n%s", qPrintable(system.service().log().right(4000)));
+        qWarning("the pro bridge was not paired; the service's log:\n%s",
+                 qPrintable(system.service().log().right(4000)));
     return paired ? bridge : nullptr;
 }
 
@@ -66,11 +68,13 @@ void TestE2EGenerations::httpsOnlyBridgeOn443()
     HueSystem system;
     EmulatorProcess* bridge = pairedProBridge(system, {"--https-port", "443", "--http-closed"}, 443);
     QVERIFY(bridge);
-    const QString serial = HueSystem::serialOf(system.hub().devices(), bridge->lights().first()["name"].toString());
+    const QString serial =
+        HueSystem::serialOf(system.hub().devices(), bridge->lights().first()["name"].toString());
     QVERIFY(!serial.isEmpty());
     const QJsonObject written = system.hub().write(serial, "Dimming value", "30");
     QVERIFY(!written.isEmpty());
-    QVERIFY(waitFor([&] { return !bridge->requests("PUT", QRegularExpression("^/clip/v2/resource/light/")).isEmpty(); }));
+    QVERIFY(waitFor(
+        [&] { return !bridge->requests("PUT", QRegularExpression("^/clip/v2/resource/light/")).isEmpty(); }));
     QCOMPARE(schemes(*bridge), QStringList{"https"});
     ServiceProcess& service = system.service();
     QVERIFY(service.logMessages(QRegularExpression("got SSL errors in request without bridge ID")).isEmpty());
@@ -78,7 +82,8 @@ void TestE2EGenerations::httpsOnlyBridgeOn443()
     // Renewed by the authority: pinned anew, said once, the bridge stays paired.
     const QString stateKey = "hueBridges/" + bridge->bridgeId().toLower();
     QVERIFY(bridge->renewCertificate() && cutConnections(*bridge));
-    QVERIFY(service.waitForLogMessage(QRegularExpression("was renewed by its authority; pinning the new one")));
+    QVERIFY(
+        service.waitForLogMessage(QRegularExpression("was renewed by its authority; pinning the new one")));
     QTest::qWait(2000); // more requests on new connections
     QCOMPARE(service.logMessages(QRegularExpression("was renewed by its authority")).size(), 1);
     QCOMPARE(system.hub().configValue(stateKey), QStringLiteral("paired"));
@@ -102,7 +107,9 @@ void TestE2EGenerations::bridgeThatRedirectsPlainHttp()
     HueSystem system;
     EmulatorProcess* bridge = pairedProBridge(system, {"--shared-port"}, 0);
     QVERIFY(bridge);
-    QVERIFY(!system.service().logMessages(QRegularExpression("redirects plain http - identifying it over https")).isEmpty());
+    QVERIFY(!system.service()
+                 .logMessages(QRegularExpression("redirects plain http - identifying it over https"))
+                 .isEmpty());
     // The one plain request is the redirected identification.
     const QList<BridgeRequest> all = bridge->requests();
     int plain = 0;

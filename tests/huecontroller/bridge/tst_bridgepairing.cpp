@@ -170,7 +170,8 @@ private slots:
     {
         QFETCH(bool, clipV2);
         QFETCH(bool, pairAsked);
-        EmulatedBridge env({}, clipV2 ? EmulatedBridge::Firmware::ClipV2 : EmulatedBridge::Firmware::ApiVersion1);
+        EmulatedBridge env({},
+                           clipV2 ? EmulatedBridge::Firmware::ClipV2 : EmulatedBridge::Firmware::ApiVersion1);
         auto bridge = env.makePairedBridge();
         QVERIFY(bridge);
         const QString oldKey = bridge->userName();
@@ -184,11 +185,13 @@ private slots:
             bridge->checkUsernameRegistered(true); // what asking for pairing does with a stored key
         } else {
             QVERIFY(EmulatedBridge::pollOnce(*bridge));
-            QVERIFY(log.contains(clipV2 ? "refused the key: HTTP 403" : "refused the key: an error of type 1"));
+            QVERIFY(
+                log.contains(clipV2 ? "refused the key: HTTP 403" : "refused the key: an error of type 1"));
         }
         QTRY_VERIFY(log.contains("no longer accepts its key; it needs pairing with the link button"));
         QVERIFY(bridge->userName().isEmpty());
-        QCOMPARE(ConfigCache::instance()->getConfigValue("hueBridgeUserNames/" + QString::fromUtf8(env.bridgeId())),
+        QCOMPARE(ConfigCache::instance()->getConfigValue("hueBridgeUserNames/" +
+                                                         QString::fromUtf8(env.bridgeId())),
                  QString());
         if (!pairAsked) {
             QCOMPARE(bridge->userNameState(), CBridge::USERNAME_ERROR_LINK_BUTTON);
@@ -210,7 +213,8 @@ private slots:
     {
         EmulatedBridge env;
         env.emulator().setApiVersion("1.2.0"); // too old: an error state of the user-name check
-        auto bridge = env.makeBridge(env.emulator().httpsPort(), QString::fromStdString(env.emulator().addUser()));
+        auto bridge =
+            env.makeBridge(env.emulator().httpsPort(), QString::fromStdString(env.emulator().addUser()));
         Clock::advance(600);
         bridge->pollNextItem(); // state 0: nothing is sent
         QVERIFY(!bridge->currentPollReply());

@@ -124,7 +124,8 @@ private slots:
         QVERIFY(!bridge->isRetryTimerActive());
         std::vector<std::string> bodies;
         for (const auto& request : env.requests("PUT", statePath))
-            bodies.push_back(QByteArray::fromStdString(request.body).replace(' ', "").replace('\n', "").toStdString());
+            bodies.push_back(
+                QByteArray::fromStdString(request.body).replace(' ', "").replace('\n', "").toStdString());
         QCOMPARE(bodies, (std::vector<std::string>{"{\"bri\":10}", "{\"bri\":30}"}));
     }
 
@@ -158,7 +159,10 @@ private slots:
         const qint64 start = Clock::nowMs();
         auto waitUntilBack = [&] {
             return QTest::qWaitFor(
-                [&] { return bridge->retryQueues().isEmpty() || !bridge->retryQueues().first().first()->inFlight; },
+                [&] {
+                    return bridge->retryQueues().isEmpty() ||
+                           !bridge->retryQueues().first().first()->inFlight;
+                },
                 5000);
         };
         bridge->api()->sendSetStateRequest(*bridge->lightById("1"), "{\"bri\":70}", {});
@@ -258,8 +262,8 @@ private slots:
         QTest::addColumn<qint64>("bytes");
         QTest::addColumn<QByteArray>("logged");
         QTest::addRow("1 MiB, not JSON") << qint64(1 << 20) << QByteArray("... (1048576 bytes)");
-        QTest::addRow("past the limit") << CBridge::kMaxReplyBytes + 1
-                                        << QByteArray("larger than 4194304 bytes, aborted");
+        QTest::addRow("past the limit")
+            << CBridge::kMaxReplyBytes + 1 << QByteArray("larger than 4194304 bytes, aborted");
     }
     void hostileReplyBodies()
     {
@@ -268,7 +272,8 @@ private slots:
         EmulatedBridge env;
         auto bridge = env.makePairedBridge();
         QVERIFY(bridge);
-        env.emulator().oversize(std::size_t(bytes), 1, "/api/" + bridge->userName().toStdString() + "/lights");
+        env.emulator().oversize(std::size_t(bytes), 1,
+                                "/api/" + bridge->userName().toStdString() + "/lights");
         LogCapture log;
         Clock::advance(600);
         bridge->pollNextItem();

@@ -83,19 +83,21 @@ private slots:
         QTest::addColumn<QByteArray>("older");
         QTest::addColumn<QByteArray>("newer");
         QTest::addColumn<QByteArray>("merged");
-        QTest::addRow("newer value wins") << QByteArray(R"({"on":true,"bri":10})") << QByteArray(R"({"bri":30})")
-                                          << QByteArray(R"({"on":true,"bri":30})");
+        QTest::addRow("newer value wins")
+            << QByteArray(R"({"on":true,"bri":10})") << QByteArray(R"({"bri":30})")
+            << QByteArray(R"({"on":true,"bri":30})");
         QTest::addRow("colour temperature after xy")
             << QByteArray(R"({"bri":10,"xy":[0.3,0.3]})") << QByteArray(R"({"ct":300})")
             << QByteArray(R"({"bri":10,"ct":300})");
-        QTest::addRow("hue keeps its saturation") << QByteArray(R"({"hue":100,"sat":20,"ct":200})")
-                                                  << QByteArray(R"({"hue":900})")
-                                                  << QByteArray(R"({"hue":900,"sat":20})");
+        QTest::addRow("hue keeps its saturation")
+            << QByteArray(R"({"hue":100,"sat":20,"ct":200})") << QByteArray(R"({"hue":900})")
+            << QByteArray(R"({"hue":900,"sat":20})");
         QTest::addRow("v2 colour after colour temperature")
             << QByteArray(R"({"on":{"on":true},"color_temperature":{"mirek":300}})")
             << QByteArray(R"({"color":{"xy":{"x":0.3,"y":0.2}}})")
             << QByteArray(R"({"on":{"on":true},"color":{"xy":{"x":0.3,"y":0.2}}})");
-        QTest::addRow("older not JSON") << QByteArray("{") << QByteArray(R"({"bri":1})") << QByteArray(R"({"bri":1})");
+        QTest::addRow("older not JSON")
+            << QByteArray("{") << QByteArray(R"({"bri":1})") << QByteArray(R"({"bri":1})");
     }
 
     void waitingBodiesTakeInNewerChanges()

@@ -254,9 +254,9 @@ private slots:
     {
         QTest::addColumn<QString>("type");
         QTest::addColumn<int>("warnings"); // for three events of the type
-        for (const char* type : {"scene", "smart_scene", "behavior_instance", "entertainment_configuration",
-                                 "button", "relative_rotary", "motion", "light_level", "temperature",
-                                 "device_power", "grouped_light"})
+        for (const char* type :
+             {"scene", "smart_scene", "behavior_instance", "entertainment_configuration", "button",
+              "relative_rotary", "motion", "light_level", "temperature", "device_power", "grouped_light"})
             QTest::addRow("%s", type) << type << 0;
         QTest::addRow("new type") << "sprinkler" << 1;
     }
@@ -301,8 +301,10 @@ private slots:
         QTest::addColumn<QString>("quirk");
         QTest::addColumn<QString>("by");
         QTest::addColumn<bool>("toTemperature");
-        QTest::addRow("mirek null in xy") << "mirek null" << "poll" << false;
-        QTest::addRow("event without mirek_valid") << "no mirek_valid" << "event" << true;
+        QTest::addRow("mirek null in xy") << "mirek null"
+                                          << "poll" << false;
+        QTest::addRow("event without mirek_valid") << "no mirek_valid"
+                                                   << "event" << true;
     }
 
     void colourModeOfFirmware()

@@ -80,12 +80,12 @@ private slots:
     {
         QFETCH(int, chunk);
         const int limit = EventStreamFramer::kMaxMessageBytes;
-        const QByteArray stream = "id: 1\r\ndata: [1]\r\n\r\ndata: " + QByteArray(limit, 'x') +
-                                  "\n\nid: 3\ndata: [3]\n\n";
+        const QByteArray stream =
+            "id: 1\r\ndata: [1]\r\n\r\ndata: " + QByteArray(limit, 'x') + "\n\nid: 3\ndata: [3]\n\n";
         LogCapture log;
         EventStreamFramer framer;
         QList<QByteArray> data;
-        for (int pos = 0; pos < stream.size(); pos += chunk > 0 ? chunk : stream.size()) {
+        for (int pos = 0; pos<stream.size(); pos += chunk> 0 ? chunk : stream.size()) {
             for (const QByteArray& text : framer.feed(stream.mid(pos, chunk > 0 ? chunk : -1)))
                 data.append(EventStreamFramer::parseMessage(text).data);
             QVERIFY(framer.pending().size() <= limit);

@@ -131,10 +131,13 @@ private slots:
         QTest::addRow("5000 levels deep")
             << QByteArray("<a>").repeated(5000) + QByteArray("</a>").repeated(5000) << 0 << false
             << QByteArray("description XML from device nests deeper than 16 levels");
-        QTest::addRow("document type") << "<!DOCTYPE r [<!ENTITY e \"x\">]>" + model("&e;</modelName></device></root>")
-                                       << 0 << false << QByteArray("has a document type declaration, refused");
-        QTest::addRow("too large") << model("Philips hue bridge</modelName></device>") + QByteArray(70000, ' ') + "</root>"
-                                   << 0 << false << QByteArray("description XML from device larger than 65536 bytes");
+        QTest::addRow("document type")
+            << "<!DOCTYPE r [<!ENTITY e \"x\">]>" + model("&e;</modelName></device></root>") << 0 << false
+            << QByteArray("has a document type declaration, refused");
+        QTest::addRow("too large") << model("Philips hue bridge</modelName></device>") +
+                                          QByteArray(70000, ' ') + "</root>"
+                                   << 0 << false
+                                   << QByteArray("description XML from device larger than 65536 bytes");
     }
     void description()
     {
@@ -193,7 +196,8 @@ private slots:
                  {"no id at all", "", R"({"name":"H"})", "got finished signal with no bridge id", ""},
                  {"blank id", kId, R"({"bridgeid":""})", "bridge at 127.0.0.1 replied with blank ID", ""},
                  {"not JSON", "", "{nope", "JSON parse error while trying to parse api/config reply:", ""},
-                 {"plain http refused", kId, "", "refuses plain http - identifying it over https on port 443", ""}})
+                 {"plain http refused", kId, "", "refuses plain http - identifying it over https on port 443",
+                  ""}})
             QTest::addRow("%s", tag) << expectedId << body << log << name;
     }
     void identification()
