@@ -415,8 +415,7 @@ void TestDatapoints::refusals()
 void TestDatapoints::lifeSignsOnSchedule()
 {
     m_emu->setLightReachable("2", false);
-    QVERIFY(poll());
-    QTRY_VERIFY(device('2')->unresponsive);
+    QVERIFY(QTest::qWaitFor([&] { return poll() && !m_bridge->lightDataOf("2").reachable; }, 15000));
     Clock::advance(CController::kLifeSignIntervalMs + 1);
     const QDateTime before = device('1')->lastLifeSign;
     const QDateTime unreachableBefore = device('2')->lastLifeSign;
@@ -430,7 +429,7 @@ void TestDatapoints::lifeSignsOnSchedule()
     QTest::qWait(50);
     QCOMPARE(device('1')->lastLifeSign, sent);
     m_emu->setLightReachable("2", true);
-    QVERIFY(poll());
+    QVERIFY(QTest::qWaitFor([&] { return poll() && m_bridge->lightDataOf("2").reachable; }, 15000));
 }
 
 // The hub restarts: its supervisor sends the stages 0, 3 and 1 again, to a service whose lights
