@@ -7,6 +7,8 @@
 
 namespace minijson {
 
+CArray::~CArray() = default;
+
 CEntity& CArray::EntityAtIndex(int index)
 {
     if (index < 0 || index >= Count())
@@ -23,7 +25,8 @@ CEntity& CArray::Append(std::unique_ptr<CEntity> value)
 {
     if (!value)
         throw CException("cannot append a null entity to an array");
-    m_elements.push_back(std::move(value));
+    detail::EntityPtr owned(value.release());
+    m_elements.push_back(std::move(owned));
     return *m_elements.back();
 }
 
@@ -116,7 +119,7 @@ std::unique_ptr<CEntity> CArray::Copy() const
     auto copy = std::make_unique<CArray>();
     copy->m_elements.reserve(m_elements.size());
     for (const auto& element : m_elements)
-        copy->m_elements.push_back(element->Copy());
+        copy->m_elements.push_back(detail::EntityPtr(element->Copy().release()));
     return copy;
 }
 

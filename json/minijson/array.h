@@ -13,6 +13,7 @@ class CArray final : public CEntity
 {
 public:
     CArray() : CEntity(EKind::Array) {}
+    ~CArray() override;
 
     int Count() const noexcept { return static_cast<int>(m_elements.size()); }
     // Throws "index %d out of bounds for EntityAtIndex()".
@@ -51,9 +52,13 @@ public:
     std::unique_ptr<CEntity> Copy() const override;
 
 private:
+    friend struct detail::TreeAccess;
+
     template <typename T, typename... Args> T& emplace(Args&&... args);
 
-    std::vector<std::unique_ptr<CEntity>> m_elements;
+    // The arena of a parsed tree when this is its root; released after the elements.
+    detail::ArenaOwner m_arena;
+    std::vector<detail::EntityPtr> m_elements;
 };
 
 } // namespace minijson

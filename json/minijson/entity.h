@@ -12,6 +12,38 @@ class CString;
 class CNumber;
 class CBoolean;
 class CNull;
+class CEntity;
+
+namespace detail {
+
+class Arena;
+struct TreeAccess;
+
+// Deletes a value held by a container. The parser places the values of a tree in an arena that
+// the tree's root owns: such a value is only destroyed here, its memory goes with the arena.
+struct EntityDeleter
+{
+    void operator()(CEntity* entity) const noexcept;
+};
+using EntityPtr = std::unique_ptr<CEntity, EntityDeleter>;
+
+// The arena of a parsed tree, kept by its root. Declared as the root's first member, so that it
+// is released only after every value in it has been destroyed.
+class ArenaOwner
+{
+public:
+    ArenaOwner() noexcept = default;
+    ~ArenaOwner();
+    ArenaOwner(const ArenaOwner&) = delete;
+    ArenaOwner& operator=(const ArenaOwner&) = delete;
+
+    void Adopt(Arena* arena) noexcept { m_arena = arena; }
+
+private:
+    Arena* m_arena = nullptr;
+};
+
+} // namespace detail
 
 // The abstract base of every JSON value. A value is owned by the container that holds it (or,
 // for the root of a tree, by the caller of the parser); deleting a container deletes its members.
@@ -81,7 +113,20 @@ protected:
     explicit CEntity(EKind kind) noexcept : m_kind(kind) {}
 
 private:
+    friend struct detail::EntityDeleter;
+    friend struct detail::TreeAccess;
+
     const EKind m_kind;
+    // Set for values that the parser placed in the arena of their tree.
+    bool m_inArena = false;
 };
+
+inline void detail::EntityDeleter::operator()(CEntity* entity) const noexcept
+{
+    if (entity && entity->m_inArena)
+        entity->~CEntity();
+    else
+        delete entity;
+}
 
 } // namespace minijson

@@ -42,6 +42,14 @@ public:
     std::unique_ptr<CEntity> Copy() const override;
 
 private:
+    friend struct detail::TreeAccess;
+
+    struct TrustedText
+    {
+    };
+    // For the parser, which has already checked the text.
+    CNumber(std::string_view text, TrustedText) : CEntity(EKind::Number), m_text(text) {}
+
     std::string m_text;
 };
 

@@ -5,19 +5,95 @@
 #include "minijson/number.h"
 #include "minijson/scalars.h"
 
-#include <algorithm>
+#include <functional>
 
 namespace minijson {
 
+CObject::~CObject() = default;
+
+std::size_t CObject::findPosition(std::string_view name) const noexcept
+{
+    if (m_index.empty()) {
+        for (std::size_t i = 0; i < m_members.size(); ++i) {
+            if (m_members[i].name == name)
+                return i;
+        }
+        return kNotFound;
+    }
+    const std::size_t mask = m_index.size() - 1;
+    for (std::size_t slot = std::hash<std::string_view>()(name) & mask;; slot = (slot + 1) & mask) {
+        const std::uint32_t entry = m_index[slot];
+        if (entry == 0)
+            return kNotFound;
+        if (m_members[entry - 1].name == name)
+            return entry - 1;
+    }
+}
+
+void CObject::rebuildIndex()
+{
+    if (m_members.size() < kIndexedFrom) {
+        m_index.clear();
+        m_index.shrink_to_fit();
+        return;
+    }
+    std::size_t slots = 2 * kIndexedFrom;
+    while (slots < 2 * m_members.size())
+        slots *= 2;
+    m_index.assign(slots, 0);
+    const std::size_t mask = slots - 1;
+    for (std::size_t position = 0; position < m_members.size(); ++position) {
+        std::size_t slot = std::hash<std::string_view>()(m_members[position].name) & mask;
+        while (m_index[slot] != 0)
+            slot = (slot + 1) & mask;
+        m_index[slot] = static_cast<std::uint32_t>(position + 1);
+    }
+}
+
+void CObject::indexPosition(std::size_t position)
+{
+    if (2 * m_members.size() > m_index.size()) {
+        rebuildIndex(); // lists every member, the new one included
+        return;
+    }
+    const std::size_t mask = m_index.size() - 1;
+    std::size_t slot = std::hash<std::string_view>()(m_members[position].name) & mask;
+    while (m_index[slot] != 0)
+        slot = (slot + 1) & mask;
+    m_index[slot] = static_cast<std::uint32_t>(position + 1);
+}
+
+CEntity& CObject::set(std::string&& name, detail::EntityPtr value)
+{
+    CEntity& added = *value;
+    const std::size_t position = findPosition(name);
+    if (position != kNotFound) {
+        m_members[position].value = std::move(value);
+        return added;
+    }
+    if (m_members.empty())
+        m_members.reserve(8); // saves the first few regrowths; bridge objects are mostly small
+    m_members.push_back(Member{std::move(name), std::move(value)});
+    if (m_members.size() >= kIndexedFrom) {
+        try {
+            indexPosition(m_members.size() - 1);
+        } catch (...) {
+            m_members.pop_back(); // keep members and index in step
+            throw;
+        }
+    }
+    return added;
+}
+
 bool CObject::Contains(std::string_view name) const
 {
-    return m_members.find(name) != m_members.end();
+    return findPosition(name) != kNotFound;
 }
 
 CEntity* CObject::Find(std::string_view name) noexcept
 {
-    const auto it = m_members.find(name);
-    return it == m_members.end() ? nullptr : it->second.get();
+    const std::size_t position = findPosition(name);
+    return position == kNotFound ? nullptr : m_members[position].value.get();
 }
 
 const CEntity* CObject::Find(std::string_view name) const noexcept
@@ -29,7 +105,7 @@ CEntity& CObject::EntityAtIndex(int index)
 {
     if (index < 0 || index >= Count())
         throw CException("index %d out of bounds for EntityAtIndex()", index);
-    return *m_order[static_cast<std::size_t>(index)]->second;
+    return *m_members[static_cast<std::size_t>(index)].value;
 }
 
 const CEntity& CObject::EntityAtIndex(int index) const
@@ -41,7 +117,7 @@ const std::string& CObject::MemberNameByIndex(int index) const
 {
     if (index < 0 || index >= Count())
         throw CException("index %d out of bounds for MemberNameByIndex()", index);
-    return m_order[static_cast<std::size_t>(index)]->first;
+    return m_members[static_cast<std::size_t>(index)].name;
 }
 
 int CObject::GetInt(std::string_view name, int defaultValue) const
@@ -100,22 +176,7 @@ CEntity& CObject::Add(std::string name, std::unique_ptr<CEntity> value)
 {
     if (!value)
         throw CException("cannot add a null entity as member '%s'", name.c_str());
-    CEntity& added = *value;
-    const auto it = m_members.lower_bound(name);
-    if (it != m_members.end() && it->first == name) {
-        it->second = std::move(value);
-    } else {
-        if (m_order.empty())
-            m_order.reserve(8); // saves the first few regrowths; bridge objects are mostly small
-        const auto inserted = m_members.emplace_hint(it, std::move(name), std::move(value));
-        try {
-            m_order.push_back(&*inserted);
-        } catch (...) {
-            m_members.erase(inserted); // keep map and order list in step
-            throw;
-        }
-    }
-    return added;
+    return set(std::move(name), detail::EntityPtr(value.release()));
 }
 
 template <typename T, typename... Args> T& CObject::emplace(std::string name, Args&&... args)
@@ -180,11 +241,12 @@ void CObject::SetBoolean(std::string name, bool value)
 
 bool CObject::Remove(std::string_view name)
 {
-    const auto it = m_members.find(name);
-    if (it == m_members.end())
+    const std::size_t position = findPosition(name);
+    if (position == kNotFound)
         return false;
-    m_order.erase(std::find(m_order.begin(), m_order.end(), &*it));
-    m_members.erase(it);
+    m_members.erase(m_members.begin() + static_cast<std::ptrdiff_t>(position));
+    if (!m_index.empty())
+        rebuildIndex(); // the positions behind the removed member have moved
     return true;
 }
 
@@ -192,18 +254,19 @@ void CObject::MergeFrom(const CObject& other, bool overwrite)
 {
     if (&other == this)
         return; // every member is already present with the same value
-    for (const Members::value_type* member : other.m_order) {
-        if (overwrite || !Contains(member->first))
-            Add(member->first, member->second->Copy());
+    for (const Member& member : other.m_members) {
+        if (overwrite || !Contains(member.name))
+            Add(member.name, member.value->Copy());
     }
 }
 
 std::unique_ptr<CEntity> CObject::Copy() const
 {
     auto copy = std::make_unique<CObject>();
-    copy->m_order.reserve(m_order.size());
-    for (const Members::value_type* member : m_order)
-        copy->Add(member->first, member->second->Copy());
+    copy->m_members.reserve(m_members.size());
+    for (const Member& member : m_members)
+        copy->m_members.push_back(Member{member.name, detail::EntityPtr(member.value->Copy().release())});
+    copy->rebuildIndex();
     return copy;
 }
 

@@ -2,8 +2,7 @@
 
 #include "minijson/entity.h"
 
-#include <functional>
-#include <map>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -11,8 +10,9 @@
 
 namespace minijson {
 
-// A JSON object: members by name, kept in a name-to-value map for lookup and, beside it, in
-// insertion order, which EntityAtIndex(), MemberNameByIndex() and the writer follow.
+// A JSON object: members in insertion order, which EntityAtIndex(), MemberNameByIndex() and the
+// writer follow. A small object is searched by name from front to back; from kIndexedFrom members
+// on, a hash index of the names finds a member in constant time.
 //
 // Adding or setting a member whose name is already present replaces its value in place: the name
 // stays listed once, at the position where it was first added (the parser does the same for a
@@ -21,13 +21,14 @@ class CObject final : public CEntity
 {
 public:
     CObject() : CEntity(EKind::Object) {}
+    ~CObject() override;
 
     bool Contains(std::string_view name) const;
     // The member, or nullptr when there is none.
     CEntity* Find(std::string_view name) noexcept;
     const CEntity* Find(std::string_view name) const noexcept;
 
-    int Count() const noexcept { return static_cast<int>(m_order.size()); }
+    int Count() const noexcept { return static_cast<int>(m_members.size()); }
     // Throws "index %d out of bounds for EntityAtIndex()" / "... for MemberNameByIndex()".
     CEntity& EntityAtIndex(int index);
     const CEntity& EntityAtIndex(int index) const;
@@ -70,13 +71,32 @@ public:
     std::unique_ptr<CEntity> Copy() const override;
 
 private:
-    using Members = std::map<std::string, std::unique_ptr<CEntity>, std::less<>>;
+    friend struct detail::TreeAccess;
+
+    // Below this many members a linear search beats hashing the name.
+    static constexpr std::size_t kIndexedFrom = 16;
+    static constexpr std::size_t kNotFound = ~std::size_t(0);
+
+    struct Member
+    {
+        std::string name;
+        detail::EntityPtr value;
+    };
 
     template <typename T, typename... Args> T& emplace(std::string name, Args&&... args);
+    std::size_t findPosition(std::string_view name) const noexcept;
+    // Sets the member `name`, which must not be a null pointer, and returns its value.
+    CEntity& set(std::string&& name, detail::EntityPtr value);
+    // Lists the member at `position` in the index, growing the index when it gets too full.
+    void indexPosition(std::size_t position);
+    void rebuildIndex();
 
-    Members m_members;
-    // Map nodes never move, so the order list can point straight at them.
-    std::vector<Members::value_type*> m_order;
+    // The arena of a parsed tree when this is its root; released after the members.
+    detail::ArenaOwner m_arena;
+    std::vector<Member> m_members;
+    // Open addressing over the names, linear probing: position + 1 per slot, 0 for a free slot.
+    // Empty while the object is small; otherwise a power of two at least twice the member count.
+    std::vector<std::uint32_t> m_index;
 };
 
 } // namespace minijson

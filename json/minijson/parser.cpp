@@ -1,13 +1,18 @@
 #include "minijson/parser.h"
 
+#include "minijson/arena.h"
 #include "minijson/array.h"
 #include "minijson/exceptions.h"
 #include "minijson/file_io.h"
 #include "minijson/number.h"
 #include "minijson/object.h"
 #include "minijson/scalars.h"
+#include "minijson/tree_access.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <vector>
 
 namespace minijson {
 namespace {
@@ -48,13 +53,42 @@ void appendUtf8(std::string& out, unsigned codeUnit)
     }
 }
 
+// The first '"' or '\' in [p, end), or end. Eight bytes at a time where the byte order allows.
+const char* findQuoteOrBackslash(const char* p, const char* end) noexcept
+{
+#if defined(__GNUC__) && defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    constexpr std::uint64_t kOnes = 0x0101010101010101u;
+    constexpr std::uint64_t kHighBits = 0x8080808080808080u;
+    while (end - p >= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, sizeof word);
+        const std::uint64_t quotes = word ^ (kOnes * '"');
+        const std::uint64_t backslashes = word ^ (kOnes * '\\');
+        // The high bit of each zero byte; a borrow can only mark bytes above the first hit.
+        const std::uint64_t hits =
+            (((quotes - kOnes) & ~quotes) | ((backslashes - kOnes) & ~backslashes)) & kHighBits;
+        if (hits != 0)
+            return p + (__builtin_ctzll(hits) >> 3);
+        p += 8;
+    }
+#endif
+    while (p != end && *p != '"' && *p != '\\')
+        ++p;
+    return p;
+}
+
 // One pass over the input. `m_pos` never moves past `m_end`, and every byte is read only after
 // checking that, so no input can make the parser read outside it.
+//
+// The values of the tree are placed in an arena that the root takes over at the end. Members
+// and elements gather on stacks shared by all nesting levels, so that each container gets its
+// storage in one exact allocation once it is complete.
 class Reader
 {
 public:
     explicit Reader(std::string_view text)
-        : m_begin(text.data()), m_pos(m_begin), m_end(m_begin + text.size())
+        : m_begin(text.data()), m_pos(m_begin), m_end(m_begin + text.size()),
+          m_arena(firstChunkFor(text.size()))
     {
     }
 
@@ -63,16 +97,42 @@ public:
         skipWhiteSpace();
         if (atEnd())
             fail(position(), "Empty input");
-        if (*m_pos != '{' && *m_pos != '[')
+        std::unique_ptr<CEntity> root;
+        if (*m_pos == '{') {
+            auto object = std::make_unique<CObject>();
+            parseObject(*object);
+            root = std::move(object);
+        } else if (*m_pos == '[') {
+            auto array = std::make_unique<CArray>();
+            parseArray(*array);
+            root = std::move(array);
+        } else {
             fail(position(), "Syntax error");
-        std::unique_ptr<CEntity> root = parseValue();
+        }
         skipWhiteSpace();
         if (!atEnd())
             fail(position(), "Extra bytes at end of json");
+        if (!m_arena.Empty()) {
+            auto arena = std::make_unique<detail::Arena>(0);
+            arena->TakeFrom(m_arena);
+            detail::ArenaOwner& owner = root->IsObject() ? detail::TreeAccess::ArenaOf(root->Object())
+                                                         : detail::TreeAccess::ArenaOf(root->Array());
+            owner.Adopt(arena.release());
+        }
         return root;
     }
 
 private:
+    using Member = detail::TreeAccess::Member;
+
+    // Values take a few times the bytes of their text; later blocks grow from there.
+    static std::size_t firstChunkFor(std::size_t length) noexcept
+    {
+        constexpr std::size_t kSmallest = 1024;
+        constexpr std::size_t kLargest = std::size_t(1) << 20;
+        return length > kLargest / 4 ? kLargest : std::max(kSmallest, 4 * length);
+    }
+
     bool atEnd() const noexcept { return m_pos == m_end; }
     std::size_t position() const noexcept { return static_cast<std::size_t>(m_pos - m_begin); }
 
@@ -105,39 +165,55 @@ private:
         return static_cast<std::size_t>(m_end - m_pos) >= length && std::memcmp(m_pos, word, length) == 0;
     }
 
-    std::unique_ptr<CEntity> parseValue()
+    template <typename T, typename... Args> detail::EntityPtr make(Args&&... args)
+    {
+        return detail::EntityPtr(detail::TreeAccess::Make<T>(m_arena, std::forward<Args>(args)...));
+    }
+
+    detail::EntityPtr parseValue()
     {
         if (!atEnd()) {
             switch (*m_pos) {
-            case '"': {
-                std::string text;
-                parseString(text);
-                return std::make_unique<CString>(std::move(text));
+            case '"':
+                return make<CString>(parseString());
+            case '[': {
+                CArray* array = detail::TreeAccess::Make<CArray>(m_arena);
+                detail::EntityPtr value(array);
+                parseArray(*array);
+                return value;
             }
-            case '[':
-                return parseArray();
-            case '{':
-                return parseObject();
+            case '{': {
+                CObject* object = detail::TreeAccess::Make<CObject>(m_arena);
+                detail::EntityPtr value(object);
+                parseObject(*object);
+                return value;
+            }
+            case 't':
+                if (startsWith("true", 4)) {
+                    m_pos += 4;
+                    return make<CBoolean>(true);
+                }
+                break;
+            case 'f':
+                if (startsWith("false", 5)) {
+                    m_pos += 5;
+                    return make<CBoolean>(false);
+                }
+                break;
+            case 'n':
+                if (startsWith("null", 4)) {
+                    m_pos += 4;
+                    return make<CNull>();
+                }
+                break;
             default:
                 break;
             }
         }
-        if (startsWith("true", 4)) {
-            m_pos += 4;
-            return std::make_unique<CBoolean>(true);
-        }
-        if (startsWith("false", 5)) {
-            m_pos += 5;
-            return std::make_unique<CBoolean>(false);
-        }
-        if (startsWith("null", 4)) {
-            m_pos += 4;
-            return std::make_unique<CNull>();
-        }
         return parseNumber();
     }
 
-    std::unique_ptr<CEntity> parseNumber()
+    detail::EntityPtr parseNumber()
     {
         const char* start = m_pos;
         if (!atEnd() && *m_pos == '-')
@@ -146,20 +222,32 @@ private:
             ++m_pos;
         if (m_pos == start)
             failExpected("value");
-        return std::make_unique<CNumber>(std::string_view(start, static_cast<std::size_t>(m_pos - start)));
+        return detail::EntityPtr(detail::TreeAccess::MakeNumber(
+            m_arena, std::string_view(start, static_cast<std::size_t>(m_pos - start))));
     }
 
-    // Reads a string literal starting at its opening quote into `out`.
-    void parseString(std::string& out)
+    // Reads a string literal starting at its opening quote.
+    std::string parseString()
     {
         const std::size_t quotePosition = position();
         ++m_pos;
+        const char* run = m_pos;
+        m_pos = findQuoteOrBackslash(m_pos, m_end);
+        if (m_pos != m_end && *m_pos == '"') {
+            // The common case: no escape, so the text is copied in one go.
+            std::string out(run, static_cast<std::size_t>(m_pos - run));
+            ++m_pos;
+            return out;
+        }
+        std::string out(run, static_cast<std::size_t>(m_pos - run));
+        parseEscapedRest(out, quotePosition);
+        return out;
+    }
+
+    // Continues a string literal at its first backslash (or the end of the input).
+    void parseEscapedRest(std::string& out, std::size_t quotePosition)
+    {
         for (;;) {
-            // Copy the run up to the next quote or backslash in one go.
-            const char* run = m_pos;
-            while (m_pos != m_end && *m_pos != '"' && *m_pos != '\\')
-                ++m_pos;
-            out.append(run, static_cast<std::size_t>(m_pos - run));
             if (atEnd())
                 fail(quotePosition, "Closing \" not found");
             if (*m_pos++ == '"')
@@ -190,6 +278,10 @@ private:
                 out.push_back(escaped);
                 break;
             }
+            // Copy the run up to the next quote or backslash in one go.
+            const char* run = m_pos;
+            m_pos = findQuoteOrBackslash(m_pos, m_end);
+            out.append(run, static_cast<std::size_t>(m_pos - run));
         }
     }
 
@@ -216,15 +308,15 @@ private:
         skipWhiteSpace();
     }
 
-    std::unique_ptr<CEntity> parseArray()
+    void parseArray(CArray& array)
     {
         enterContainer();
-        auto array = std::make_unique<CArray>();
         if (!atEnd() && *m_pos == ']') {
             ++m_pos;
         } else {
+            const std::size_t base = m_elements.size();
             for (;;) {
-                array->Append(parseValue());
+                m_elements.push_back(parseValue());
                 skipWhiteSpace();
                 if (!atEnd() && *m_pos == ',') {
                     ++m_pos;
@@ -234,27 +326,38 @@ private:
                 expect(']', "]");
                 break;
             }
+            detail::TreeAccess::TakeElements(array, m_elements, base);
         }
         --m_depth;
-        return array;
     }
 
-    std::unique_ptr<CEntity> parseObject()
+    void parseObject(CObject& object)
     {
         enterContainer();
-        auto object = std::make_unique<CObject>();
         if (!atEnd() && *m_pos == '}') {
             ++m_pos;
         } else {
+            const std::size_t base = m_members.size();
+            // Members gather on the stack while the object is small; a large one takes them over
+            // and sorts out repeated names through its index from then on.
+            bool onStack = true;
             for (;;) {
                 if (atEnd() || *m_pos != '"')
                     failExpected("\"");
-                std::string name;
-                parseString(name);
+                std::string name = parseString();
                 skipWhiteSpace();
                 expect(':', ":");
                 skipWhiteSpace();
-                object->Add(std::move(name), parseValue());
+                detail::EntityPtr value = parseValue();
+                if (!onStack) {
+                    detail::TreeAccess::Set(object, std::move(name), std::move(value));
+                } else if (!replaceOnStack(base, name, value)) {
+                    m_members.push_back(Member{std::move(name), std::move(value)});
+                    if (m_members.size() - base >= detail::TreeAccess::kIndexedFrom) {
+                        detail::TreeAccess::TakeMembers(object, m_members, base);
+                        onStack = false;
+                    }
+                }
                 skipWhiteSpace();
                 if (!atEnd() && *m_pos == ',') {
                     ++m_pos;
@@ -264,15 +367,32 @@ private:
                 expect('}', "}");
                 break;
             }
+            if (onStack)
+                detail::TreeAccess::TakeMembers(object, m_members, base);
         }
         --m_depth;
-        return object;
+    }
+
+    // A repeated name keeps its first position and takes the new value.
+    bool replaceOnStack(std::size_t base, const std::string& name, detail::EntityPtr& value) noexcept
+    {
+        for (std::size_t i = base; i < m_members.size(); ++i) {
+            if (m_members[i].name == name) {
+                m_members[i].value = std::move(value);
+                return true;
+            }
+        }
+        return false;
     }
 
     const char* const m_begin;
     const char* m_pos;
     const char* const m_end;
     int m_depth = 0;
+    // Declared before the stacks: a partial tree on them is destroyed before its arena.
+    detail::Arena m_arena;
+    std::vector<Member> m_members;
+    std::vector<detail::EntityPtr> m_elements;
 };
 
 } // namespace

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "minijson/arena.h"
+#include "minijson/array.h"
+#include "minijson/number.h"
+#include "minijson/object.h"
+
+#include <iterator>
+#include <new>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace minijson::detail {
+
+// The parser's way into the containers and values it fills; not for callers.
+struct TreeAccess
+{
+    using Member = CObject::Member;
+    static constexpr std::size_t kIndexedFrom = CObject::kIndexedFrom;
+
+    // Constructs a value in `arena`; it must end up in a container of the tree that owns `arena`.
+    template <typename T, typename... Args> static T* Make(Arena& arena, Args&&... args)
+    {
+        T* value = new (arena.Allocate(sizeof(T))) T(std::forward<Args>(args)...);
+        value->m_inArena = true;
+        return value;
+    }
+
+    static CNumber* MakeNumber(Arena& arena, std::string_view checkedText)
+    {
+        return Make<CNumber>(arena, checkedText, CNumber::TrustedText());
+    }
+
+    static ArenaOwner& ArenaOf(CObject& object) noexcept { return object.m_arena; }
+    static ArenaOwner& ArenaOf(CArray& array) noexcept { return array.m_arena; }
+
+    // Moves the members from `base` on out of the parser's stack into the empty `object`; their
+    // names are distinct.
+    static void TakeMembers(CObject& object, std::vector<Member>& stack, std::size_t base)
+    {
+        const auto first = stack.begin() + static_cast<std::ptrdiff_t>(base);
+        const std::size_t count = stack.size() - base;
+        // A large object usually keeps growing; leave it room.
+        object.m_members.reserve(count >= kIndexedFrom ? 2 * count : count);
+        object.m_members.insert(object.m_members.end(), std::make_move_iterator(first),
+                                std::make_move_iterator(stack.end()));
+        stack.erase(first, stack.end());
+        if (object.m_members.size() >= kIndexedFrom)
+            object.rebuildIndex();
+    }
+
+    static void Set(CObject& object, std::string&& name, EntityPtr value)
+    {
+        object.set(std::move(name), std::move(value));
+    }
+
+    static void TakeElements(CArray& array, std::vector<EntityPtr>& stack, std::size_t base)
+    {
+        const auto first = stack.begin() + static_cast<std::ptrdiff_t>(base);
+        array.m_elements.reserve(stack.size() - base);
+        array.m_elements.insert(array.m_elements.end(), std::make_move_iterator(first),
+                                std::make_move_iterator(stack.end()));
+        stack.erase(first, stack.end());
+    }
+};
+
+} // namespace minijson::detail
