@@ -35,6 +35,16 @@ set(_hue_breakpad_lib "${_hue_breakpad_build}/build/src/client/linux/libbreakpad
 # GCC 12 warns about Breakpad's code, and Breakpad's configure turns warnings into errors.
 set(_hue_breakpad_flags "-g -O2 -fPIC -Wno-error")
 
+# A cross build configures Breakpad for the target's triplet (the toolchain file's multiarch
+# triplet, e.g. aarch64-linux-gnu); a native build lets configure guess the machine.
+set(_hue_breakpad_host)
+if(CMAKE_CROSSCOMPILING)
+    if(NOT CMAKE_LIBRARY_ARCHITECTURE)
+        message(FATAL_ERROR "A cross build of Breakpad needs CMAKE_LIBRARY_ARCHITECTURE (the target triplet) from the toolchain file")
+    endif()
+    set(_hue_breakpad_host "--host=${CMAKE_LIBRARY_ARCHITECTURE}")
+endif()
+
 # Inside a Makefile build, $(MAKE) shares the job server; under Ninja, pick the job count here.
 if(CMAKE_GENERATOR MATCHES "Makefiles")
     set(_hue_make "$(MAKE)")
@@ -57,6 +67,7 @@ ExternalProject_Add(breakpad_client_build
             "CPPFLAGS=-I${_hue_breakpad_deps}" "CFLAGS=${_hue_breakpad_flags}"
             "CXXFLAGS=${_hue_breakpad_flags}" "LDFLAGS="
         <SOURCE_DIR>/configure --disable-processor --disable-tools --disable-maintainer-mode
+            ${_hue_breakpad_host}
     BUILD_COMMAND ${_hue_make} src/client/linux/libbreakpad_client.a
     INSTALL_COMMAND ""
     BUILD_BYPRODUCTS "${_hue_breakpad_lib}"
