@@ -69,7 +69,7 @@ void CArray::Remove(int index)
 {
     if (index < 0 || index >= Count())
         throw CException("index out of range");
-    m_elements.erase(m_elements.begin() + index);
+    m_elements.erase(static_cast<std::size_t>(index));
 }
 
 const std::string& CArray::GetString(int index) const

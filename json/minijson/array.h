@@ -1,6 +1,7 @@
 #pragma once
 
 #include "minijson/entity.h"
+#include "minijson/slots.h"
 
 #include <memory>
 #include <string>
@@ -58,7 +59,7 @@ private:
 
     // The arena of a parsed tree when this is its root; released after the elements.
     detail::ArenaOwner m_arena;
-    std::vector<detail::EntityPtr> m_elements;
+    detail::Slots<detail::EntityPtr> m_elements;
 };
 
 } // namespace minijson

@@ -5,9 +5,20 @@
 #include "minijson/number.h"
 #include "minijson/scalars.h"
 
-#include <functional>
-
 namespace minijson {
+
+namespace {
+
+// FNV-1a: member names are short, so a simple byte loop beats a general-purpose hash.
+std::size_t hashName(std::string_view name) noexcept
+{
+    std::uint64_t hash = 0xcbf29ce484222325u;
+    for (const char c : name)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3u;
+    return static_cast<std::size_t>(hash ^ (hash >> 32));
+}
+
+} // namespace
 
 CObject::~CObject() = default;
 
@@ -21,7 +32,7 @@ std::size_t CObject::findPosition(std::string_view name) const noexcept
         return kNotFound;
     }
     const std::size_t mask = m_index.size() - 1;
-    for (std::size_t slot = std::hash<std::string_view>()(name) & mask;; slot = (slot + 1) & mask) {
+    for (std::size_t slot = hashName(name) & mask;; slot = (slot + 1) & mask) {
         const std::uint32_t entry = m_index[slot];
         if (entry == 0)
             return kNotFound;
@@ -43,7 +54,7 @@ void CObject::rebuildIndex()
     m_index.assign(slots, 0);
     const std::size_t mask = slots - 1;
     for (std::size_t position = 0; position < m_members.size(); ++position) {
-        std::size_t slot = std::hash<std::string_view>()(m_members[position].name) & mask;
+        std::size_t slot = hashName(m_members[position].name) & mask;
         while (m_index[slot] != 0)
             slot = (slot + 1) & mask;
         m_index[slot] = static_cast<std::uint32_t>(position + 1);
@@ -57,7 +68,7 @@ void CObject::indexPosition(std::size_t position)
         return;
     }
     const std::size_t mask = m_index.size() - 1;
-    std::size_t slot = std::hash<std::string_view>()(m_members[position].name) & mask;
+    std::size_t slot = hashName(m_members[position].name) & mask;
     while (m_index[slot] != 0)
         slot = (slot + 1) & mask;
     m_index[slot] = static_cast<std::uint32_t>(position + 1);
@@ -244,7 +255,7 @@ bool CObject::Remove(std::string_view name)
     const std::size_t position = findPosition(name);
     if (position == kNotFound)
         return false;
-    m_members.erase(m_members.begin() + static_cast<std::ptrdiff_t>(position));
+    m_members.erase(position);
     if (!m_index.empty())
         rebuildIndex(); // the positions behind the removed member have moved
     return true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "minijson/entity.h"
+#include "minijson/slots.h"
 
 #include <cstdint>
 #include <memory>
@@ -93,7 +94,7 @@ private:
 
     // The arena of a parsed tree when this is its root; released after the members.
     detail::ArenaOwner m_arena;
-    std::vector<Member> m_members;
+    detail::Slots<Member> m_members;
     // Open addressing over the names, linear probing: position + 1 per slot, 0 for a free slot.
     // Empty while the object is small; otherwise a power of two at least twice the member count.
     std::vector<std::uint32_t> m_index;

@@ -174,8 +174,12 @@ private:
     {
         if (!atEnd()) {
             switch (*m_pos) {
-            case '"':
-                return make<CString>(parseString());
+            case '"': {
+                CString* string = detail::TreeAccess::Make<CString>(m_arena);
+                detail::EntityPtr value(string);
+                parseString(detail::TreeAccess::TextOf(*string));
+                return value;
+            }
             case '[': {
                 CArray* array = detail::TreeAccess::Make<CArray>(m_arena);
                 detail::EntityPtr value(array);
@@ -226,22 +230,19 @@ private:
             m_arena, std::string_view(start, static_cast<std::size_t>(m_pos - start))));
     }
 
-    // Reads a string literal starting at its opening quote.
-    std::string parseString()
+    // Reads a string literal starting at its opening quote into `out`, which is empty.
+    void parseString(std::string& out)
     {
         const std::size_t quotePosition = position();
         ++m_pos;
         const char* run = m_pos;
         m_pos = findQuoteOrBackslash(m_pos, m_end);
+        out.assign(run, static_cast<std::size_t>(m_pos - run));
         if (m_pos != m_end && *m_pos == '"') {
-            // The common case: no escape, so the text is copied in one go.
-            std::string out(run, static_cast<std::size_t>(m_pos - run));
-            ++m_pos;
-            return out;
+            ++m_pos; // the common case: no escape, and the text copied in one go
+            return;
         }
-        std::string out(run, static_cast<std::size_t>(m_pos - run));
         parseEscapedRest(out, quotePosition);
-        return out;
     }
 
     // Continues a string literal at its first backslash (or the end of the input).
@@ -326,7 +327,7 @@ private:
                 expect(']', "]");
                 break;
             }
-            detail::TreeAccess::TakeElements(array, m_elements, base);
+            detail::TreeAccess::TakeElements(array, m_elements, base, m_arena);
         }
         --m_depth;
     }
@@ -344,20 +345,10 @@ private:
             for (;;) {
                 if (atEnd() || *m_pos != '"')
                     failExpected("\"");
-                std::string name = parseString();
-                skipWhiteSpace();
-                expect(':', ":");
-                skipWhiteSpace();
-                detail::EntityPtr value = parseValue();
-                if (!onStack) {
-                    detail::TreeAccess::Set(object, std::move(name), std::move(value));
-                } else if (!replaceOnStack(base, name, value)) {
-                    m_members.push_back(Member{std::move(name), std::move(value)});
-                    if (m_members.size() - base >= detail::TreeAccess::kIndexedFrom) {
-                        detail::TreeAccess::TakeMembers(object, m_members, base);
-                        onStack = false;
-                    }
-                }
+                if (onStack)
+                    onStack = parseMemberOnStack(object, base);
+                else
+                    parseMemberInto(object);
                 skipWhiteSpace();
                 if (!atEnd() && *m_pos == ',') {
                     ++m_pos;
@@ -368,21 +359,49 @@ private:
                 break;
             }
             if (onStack)
-                detail::TreeAccess::TakeMembers(object, m_members, base);
+                detail::TreeAccess::TakeMembers(object, m_members, base, m_arena);
         }
         --m_depth;
     }
 
-    // A repeated name keeps its first position and takes the new value.
-    bool replaceOnStack(std::size_t base, const std::string& name, detail::EntityPtr& value) noexcept
+    // Parses a member into a new slot on top of the stack (nested containers use the stack
+    // above it while its value is parsed). Returns false once `object` has taken the members.
+    bool parseMemberOnStack(CObject& object, std::size_t base)
     {
-        for (std::size_t i = base; i < m_members.size(); ++i) {
+        const std::size_t slot = m_members.size();
+        m_members.emplace_back();
+        parseString(m_members[slot].name);
+        parseColon();
+        detail::EntityPtr value = parseValue();
+        const std::string& name = m_members[slot].name;
+        for (std::size_t i = base; i < slot; ++i) {
             if (m_members[i].name == name) {
+                // A repeated name keeps its first position and takes the new value.
                 m_members[i].value = std::move(value);
+                m_members.pop_back();
                 return true;
             }
         }
+        m_members[slot].value = std::move(value);
+        if (slot + 1 - base < detail::TreeAccess::kIndexedFrom)
+            return true;
+        detail::TreeAccess::TakeMembers(object, m_members, base, m_arena);
         return false;
+    }
+
+    void parseMemberInto(CObject& object)
+    {
+        std::string name;
+        parseString(name);
+        parseColon();
+        detail::TreeAccess::Set(object, std::move(name), parseValue());
+    }
+
+    void parseColon()
+    {
+        skipWhiteSpace();
+        expect(':', ":");
+        skipWhiteSpace();
     }
 
     const char* const m_begin;

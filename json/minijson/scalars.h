@@ -18,6 +18,8 @@ public:
     std::unique_ptr<CEntity> Copy() const override { return std::make_unique<CString>(m_value); }
 
 private:
+    friend struct detail::TreeAccess;
+
     std::string m_value;
 };
 

@@ -4,8 +4,8 @@
 #include "minijson/array.h"
 #include "minijson/number.h"
 #include "minijson/object.h"
+#include "minijson/scalars.h"
 
-#include <iterator>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -35,19 +35,24 @@ struct TreeAccess
     static ArenaOwner& ArenaOf(CObject& object) noexcept { return object.m_arena; }
     static ArenaOwner& ArenaOf(CArray& array) noexcept { return array.m_arena; }
 
+    static std::string& TextOf(CString& string) noexcept { return string.m_value; }
+
     // Moves the members from `base` on out of the parser's stack into the empty `object`; their
-    // names are distinct.
-    static void TakeMembers(CObject& object, std::vector<Member>& stack, std::size_t base)
+    // names are distinct. A small object keeps them in the arena, a large one, which may well
+    // keep growing, on the heap beside its index.
+    static void TakeMembers(CObject& object, std::vector<Member>& stack, std::size_t base, Arena& arena)
     {
         const auto first = stack.begin() + static_cast<std::ptrdiff_t>(base);
         const std::size_t count = stack.size() - base;
-        // A large object usually keeps growing; leave it room.
-        object.m_members.reserve(count >= kIndexedFrom ? 2 * count : count);
-        object.m_members.insert(object.m_members.end(), std::make_move_iterator(first),
-                                std::make_move_iterator(stack.end()));
-        stack.erase(first, stack.end());
-        if (object.m_members.size() >= kIndexedFrom)
+        if (count >= kIndexedFrom) {
+            object.m_members.reserve(2 * count);
+            for (auto it = first; it != stack.end(); ++it)
+                object.m_members.push_back(std::move(*it));
             object.rebuildIndex();
+        } else {
+            object.m_members.adopt(arena.Allocate(count * sizeof(Member)), &*first, &*first + count);
+        }
+        stack.erase(first, stack.end());
     }
 
     static void Set(CObject& object, std::string&& name, EntityPtr value)
@@ -55,12 +60,11 @@ struct TreeAccess
         object.set(std::move(name), std::move(value));
     }
 
-    static void TakeElements(CArray& array, std::vector<EntityPtr>& stack, std::size_t base)
+    static void TakeElements(CArray& array, std::vector<EntityPtr>& stack, std::size_t base, Arena& arena)
     {
         const auto first = stack.begin() + static_cast<std::ptrdiff_t>(base);
-        array.m_elements.reserve(stack.size() - base);
-        array.m_elements.insert(array.m_elements.end(), std::make_move_iterator(first),
-                                std::make_move_iterator(stack.end()));
+        const std::size_t count = stack.size() - base;
+        array.m_elements.adopt(arena.Allocate(count * sizeof(EntityPtr)), &*first, &*first + count);
         stack.erase(first, stack.end());
     }
 };
