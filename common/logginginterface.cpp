@@ -1,5 +1,7 @@
 #include "logginginterface.h"
 
+#include "logwriter.h"
+
 #include <kovacommon/internalid.h>
 
 #include <QCoreApplication>
@@ -7,11 +9,14 @@
 #include <QLoggingCategory>
 #include <QSettings>
 
-#include <atomic>
 #include <cstdio>
+#include <cstdlib>
+#include <errno.h>
 #include <mutex>
-#include <syslog.h>
 #include <unistd.h>
+#include <vector>
+
+std::atomic<bool> logging_detail::detailedLogging{false};
 
 namespace {
 
@@ -19,34 +24,24 @@ struct LogState
 {
     std::mutex mutex; // Qt may log from its own threads; lines must not interleave.
     LogSink sink;
-    bool syslogOpen = false;
-    bool toStandardError = true;
+    LogWriter* writer = nullptr; // between initLogging and shutdownLogging
     bool timeStamps = false;
-    QByteArray ident; // openlog() keeps the pointer, so the text must outlive the log.
+    LogOutputs outputs;
+    // Writers whose thread was stuck in an output at shutdown: the thread still refers to them,
+    // so they stay (and stay reachable) for the life of the process.
+    std::vector<LogWriter*> abandoned;
 };
 
 LogState& state()
 {
-    static LogState s;
-    return s;
+    // Never destroyed: Qt's threads may still log while static objects are being destroyed.
+    static LogState* s = new LogState;
+    return *s;
 }
 
-std::atomic<bool> g_detailedLogging{false};
+// The crash path reads this without the lock.
+std::atomic<LogWriter*> g_writer{nullptr};
 thread_local int t_indent = 0;
-
-int syslogPriority(int kind)
-{
-    switch (kind) {
-    case LogInfo:
-        return LOG_INFO;
-    case LogWarning:
-        return LOG_WARNING;
-    case LogError:
-        return LOG_ERR;
-    default:
-        return LOG_DEBUG;
-    }
-}
 
 int kindOfQtMessage(QtMsgType type)
 {
@@ -68,20 +63,46 @@ void qtMessageHandler(QtMsgType type, const QMessageLogContext& context, const Q
 {
     writeLogMessage(kindOfQtMessage(type), context.file ? context.file : "qt", context.line,
                     message.toUtf8());
-    if (type == QtFatalMsg)
+    if (type == QtFatalMsg) {
+        flushLogging(std::chrono::milliseconds(1000));
         abort();
+    }
+}
+
+void writeToStandardErrorNow(const QByteArray& text, bool timeStamps)
+{
+    if (timeStamps) {
+        const QByteArray stamp = QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toLatin1();
+        std::fprintf(stderr, "%s %s\n", stamp.constData(), text.constData());
+    } else {
+        std::fprintf(stderr, "%s\n", text.constData());
+    }
+}
+
+// Takes the writer out of the state and ends it; a writer stuck in its output is left running.
+void stopWriter(LogWriter* writer)
+{
+    if (!writer)
+        return;
+    if (writer->stop(LogWriter::kStopBound)) {
+        delete writer;
+        return;
+    }
+    LogState& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.abandoned.push_back(writer);
+}
+
+void drainAtExit()
+{
+    flushLogging(LogWriter::kStopBound);
 }
 
 } // namespace
 
 void setDetailedLoggingEnabled(bool enabled)
 {
-    g_detailedLogging.store(enabled, std::memory_order_relaxed);
-}
-
-bool isDetailedLoggingEnabled()
-{
-    return g_detailedLogging.load(std::memory_order_relaxed);
+    logging_detail::detailedLogging.store(enabled, std::memory_order_relaxed);
 }
 
 LogSink setLogSink(LogSink sink)
@@ -92,11 +113,27 @@ LogSink setLogSink(LogSink sink)
     return sink;
 }
 
+void setLogOutputPaths(const QByteArray& systemLogPath, const QByteArray& consolePath, int standardErrorFd)
+{
+    LogState& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.outputs.systemLogPath = systemLogPath;
+    s.outputs.consolePath = consolePath;
+    s.outputs.standardErrorFd = standardErrorFd;
+}
+
+qint64 droppedLogLines()
+{
+    LogState& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return s.writer ? s.writer->droppedTotal() : 0;
+}
+
 void writeLogMessage(int kind, const char* file, int line, const QByteArray& message)
 {
     if (!isLogKindEnabled(kind))
         return;
-    const QByteArray text = formatLogLine(kind, file, line, ::getpid(), t_indent, message);
+    QByteArray text = formatLogLine(kind, file, line, ::getpid(), t_indent, message);
 
     LogState& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
@@ -104,32 +141,34 @@ void writeLogMessage(int kind, const char* file, int line, const QByteArray& mes
         s.sink(kind, text);
         return;
     }
-    if (s.syslogOpen)
-        ::syslog(syslogPriority(kind), "%s", text.constData());
-    if (s.toStandardError || !s.syslogOpen) {
-        if (s.timeStamps) {
-            const QByteArray stamp = QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toLatin1();
-            std::fprintf(stderr, "%s %s\n", stamp.constData(), text.constData());
-        } else {
-            std::fprintf(stderr, "%s\n", text.constData());
-        }
+    if (!s.writer) {
+        writeToStandardErrorNow(text, s.timeStamps);
+        return;
     }
+    QByteArray stamp;
+    if (s.timeStamps && s.outputs.toStandardError)
+        stamp = QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toLatin1();
+    s.writer->post(kind, std::move(text), std::move(stamp));
 }
 
 void initLogging(bool debug, bool trace, bool verbose, bool extra)
 {
+    LogWriter* previous = nullptr;
     {
         LogState& s = state();
         std::lock_guard<std::mutex> lock(s.mutex);
-        s.ident = QCoreApplication::applicationName().toUtf8();
-        if (s.syslogOpen)
-            ::closelog();
-        // LOG_CONS: when the system log cannot be reached the lines go to the console.
-        ::openlog(s.ident.isEmpty() ? nullptr : s.ident.constData(), LOG_CONS | LOG_NDELAY, LOG_USER);
-        s.syslogOpen = true;
-        s.toStandardError = verbose;
+        previous = s.writer;
+        s.outputs.ident = QCoreApplication::applicationName().toUtf8();
+        if (s.outputs.ident.isEmpty())
+            s.outputs.ident = program_invocation_short_name;
+        s.outputs.toStandardError = verbose;
         s.timeStamps = extra;
+        s.writer = new LogWriter(s.outputs);
+        g_writer.store(s.writer);
+        static const bool drainsAtExit = std::atexit(drainAtExit) == 0;
+        Q_UNUSED(drainsAtExit);
     }
+    stopWriter(previous);
     setDetailedLoggingEnabled(debug || trace);
     qInstallMessageHandler(qtMessageHandler);
 
@@ -152,12 +191,30 @@ void initLoggingByConfig()
 void shutdownLogging()
 {
     qInstallMessageHandler(nullptr);
+    LogWriter* writer = nullptr;
+    {
+        LogState& s = state();
+        std::lock_guard<std::mutex> lock(s.mutex);
+        writer = s.writer;
+        s.writer = nullptr;
+        g_writer.store(nullptr);
+    }
+    stopWriter(writer);
+}
+
+bool flushLogging(std::chrono::milliseconds bound)
+{
+    // Under the log's lock, so that the writer cannot be stopped meanwhile; the writer thread
+    // does not need that lock, and other threads' lines wait at most `bound`.
     LogState& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
-    if (s.syslogOpen)
-        ::closelog();
-    s.syslogOpen = false;
-    s.toStandardError = true;
+    return !s.writer || s.writer->drain(bound);
+}
+
+void flushLoggingAfterCrash()
+{
+    if (LogWriter* writer = g_writer.load())
+        writer->flushNow();
 }
 
 CDebug::CDebug(int kind, const char* file, int line)

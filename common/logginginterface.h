@@ -7,6 +7,8 @@
 #include <QString>
 #include <QUrl>
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <string>
 #include <type_traits>
@@ -20,9 +22,19 @@ class InternalId;
 // system log cannot be reached) and, when verbose output is on, to standard error.
 //
 //   LOG_INFO << "start" << crashCounter << getpid();        // "start 3 4711"
-//   CDebug(LogDetail, __FILE__, __LINE__) << "request failed, going back to original URL" << url;
+//   LOG_DEBUG << "request failed, going back to original URL" << url;
 //
 // Values are separated by one blank. Strings are written as they are, without quotes.
+//
+// A LOG_* statement of a kind that is switched off costs one test of a flag: its << values
+// are not even evaluated (so they must not have side effects the program relies on). A line
+// built with CDebug directly always evaluates them.
+//
+// After initLogging the finished lines go through a bounded queue to one writer thread (see
+// LogWriter), so a slow system log, console or reader of standard error never holds up the
+// thread that logs; when the writer falls behind by more than the queue holds, lines are
+// dropped and a warning later says how many. Before initLogging and after shutdownLogging,
+// lines are written to standard error at once.
 
 // Opens the system log, installs the Qt message handler (qDebug, qWarning, ... become log
 // lines with their file and line) and sets the Qt category rules. `debug` and `trace` switch
@@ -32,19 +44,40 @@ void initLogging(bool debug, bool trace, bool verbose, bool extra);
 // initLogging from the application's settings "logging/debug", "logging/trace" and
 // "logging/silenceisgolden" (the last one inverted into `verbose`).
 void initLoggingByConfig();
-// Closes the system log and removes the Qt message handler; later lines go to standard error.
+// Writes what is queued (for at most a second), closes the system log and removes the Qt
+// message handler; later lines go to standard error. The normal end of the process (exit(),
+// the return from main) drains the queue the same way, and so does qFatal before it aborts.
 void shutdownLogging();
+// Waits until the queued lines were written, for at most `bound`; true when they were.
+bool flushLogging(std::chrono::milliseconds bound);
+// For a crash handler, inside the signal handler of the dying process: writes the queued lines
+// from the calling thread, without allocating and without waiting for a lock.
+void flushLoggingAfterCrash();
 
 // The process-wide switch for detailed logging (the kinds other than 0, 3 and 6).
 void setDetailedLoggingEnabled(bool enabled);
-bool isDetailedLoggingEnabled();
+namespace logging_detail {
+extern std::atomic<bool> detailedLogging;
+}
+inline bool isDetailedLoggingEnabled()
+{
+    return logging_detail::detailedLogging.load(std::memory_order_relaxed);
+}
 inline bool isLogKindEnabled(int kind)
 {
     return isAlwaysLogged(kind) || isDetailedLoggingEnabled();
 }
 
+// Where the queued lines go; for tests and benchmarks, which point the outputs at their own
+// sockets and pipes. Takes effect with the next initLogging. The system log path "/dev/log",
+// the console "/dev/console" and standard error are the defaults.
+void setLogOutputPaths(const QByteArray& systemLogPath, const QByteArray& consolePath, int standardErrorFd);
+// How many lines were dropped since initLogging because the queue was full.
+qint64 droppedLogLines();
+
 // Replaces where finished lines go, for tools and tests; an empty function restores the
-// system log / standard error. Returns the previous sink.
+// system log / standard error. Returns the previous sink. The sink is called at once, on the
+// logging thread, under the log's lock (it must not log itself).
 using LogSink = std::function<void(int kind, const QByteArray& line)>;
 LogSink setLogSink(LogSink sink);
 
@@ -135,7 +168,16 @@ public:
     static int depth();
 };
 
-#define LOG_KIND(kind) CDebug((kind), __FILE__, __LINE__)
+// The statement runs at most once, and only when the kind is on: "for" rather than
+// "if (!enabled) {} else", which would draw dangling-else warnings in an unbraced if, and be
+// safe to use as the body of if/else. The flag's name is unique per use, so that a log line
+// inside a lambda inside a log line does not shadow the outer one.
+#define LOG_KIND_CONCAT2_(a, b) a##b
+#define LOG_KIND_CONCAT_(a, b) LOG_KIND_CONCAT2_(a, b)
+#define LOG_KIND_ONCE_(kind, once)                                                                           \
+    for (bool once = isLogKindEnabled(kind); once; once = false)                                             \
+    CDebug((kind), __FILE__, __LINE__)
+#define LOG_KIND(kind) LOG_KIND_ONCE_((kind), LOG_KIND_CONCAT_(logLineOn_, __COUNTER__))
 #define LOG_INFO LOG_KIND(LogInfo)
 #define LOG_WARNING LOG_KIND(LogWarning)
 #define LOG_ERROR LOG_KIND(LogError)

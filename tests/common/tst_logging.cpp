@@ -6,6 +6,12 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 
 // Collects the lines that reach the log while it exists.
@@ -32,6 +38,11 @@ private slots:
     void lineLayout();
     void valuesAreSeparatedByOneBlank();
     void detailedKindsFollowTheSwitch();
+    void switchedOffLinesEvaluateNothing_data();
+    void switchedOffLinesEvaluateNothing();
+    void systemLogGetsPriorityAndTag();
+    void stalledOutputNeitherBlocksNorLosesCount_data();
+    void stalledOutputNeitherBlocksNorLosesCount();
     void indentNestsAndUnwinds();
     void qtMessagesBecomeLogLines();
     void settingsDriveInitialisation();
@@ -113,6 +124,241 @@ void TestLogging::detailedKindsFollowTheSwitch()
     // A disabled line never evaluates into text: it must not even be built.
     setDetailedLoggingEnabled(false);
     QVERIFY(!CDebug(LogDetail, __FILE__, __LINE__).isEnabled());
+}
+
+void TestLogging::switchedOffLinesEvaluateNothing_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<bool>("detailed");
+    QTest::addColumn<bool>("written");
+    for (const int kind : {LogDebug, LogTrace, LogDetail, LogDetailTrace}) {
+        QTest::addRow("kind %d off", kind) << kind << false << false;
+        QTest::addRow("kind %d on", kind) << kind << true << true;
+    }
+    QTest::addRow("warning, detail off") << int(LogWarning) << false << true;
+}
+
+void TestLogging::switchedOffLinesEvaluateNothing()
+{
+    QFETCH(int, kind);
+    QFETCH(bool, detailed);
+    QFETCH(bool, written);
+    CapturedLog log;
+    setDetailedLoggingEnabled(detailed);
+    int evaluated = 0;
+    auto costly = [&evaluated] { return QString::number(++evaluated); };
+    LOG_KIND(kind) << costly() << costly();
+    QCOMPARE(evaluated, written ? 2 : 0);
+    QCOMPARE(log.lines.size(), written ? 1 : 0);
+
+    // As the unbraced body of if/else, the else still belongs to the outer if.
+    evaluated = 0;
+    for (const bool condition : {true, false}) {
+        if (condition)
+            LOG_KIND(kind) << costly();
+        else
+            evaluated += 10;
+    }
+    QCOMPARE(evaluated, written ? 11 : 10);
+}
+
+namespace {
+
+// A datagram socket in a private folder that plays the system log daemon.
+struct FakeSystemLog
+{
+    QTemporaryDir dir;
+    QByteArray path = QFile::encodeName(dir.filePath(QStringLiteral("log")));
+    int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    FakeSystemLog()
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
+        if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+            qFatal("cannot bind %s", path.constData());
+    }
+    ~FakeSystemLog() { ::close(fd); }
+    QByteArrayList receivedNow() const
+    {
+        QByteArrayList datagrams;
+        char buffer[4096];
+        ssize_t n;
+        while ((n = ::recv(fd, buffer, sizeof buffer, MSG_DONTWAIT)) > 0)
+            datagrams.append(QByteArray(buffer, int(n)));
+        return datagrams;
+    }
+};
+
+// Reads `fd` until the writer closes its end (or nothing came for five seconds).
+QByteArray readUntilClosed(int fd)
+{
+    QByteArray all;
+    char buffer[65536];
+    pollfd ready{fd, POLLIN, 0};
+    while (::poll(&ready, 1, 5000) == 1) {
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
+            break;
+        if (n > 0)
+            all.append(buffer, int(n));
+    }
+    return all;
+}
+
+QByteArray readAvailable(int fd)
+{
+    QByteArray all;
+    char buffer[65536];
+    ssize_t n;
+    while ((n = ::read(fd, buffer, sizeof buffer)) > 0)
+        all.append(buffer, int(n));
+    return all;
+}
+
+void restoreDefaultOutputs()
+{
+    setLogOutputPaths("/dev/log", "/dev/console", STDERR_FILENO);
+}
+
+} // namespace
+
+// The system log gets "<PRI>Mmm dd hh:mm:ss tag: line", facility user, severity by kind.
+void TestLogging::systemLogGetsPriorityAndTag()
+{
+    FakeSystemLog daemon;
+    setLogOutputPaths(daemon.path, "/nonexistent/console", -1);
+    initLogging(true, false, false, false);
+    LOG_INFO << "info";
+    LOG_WARNING << "warning";
+    LOG_ERROR << "error";
+    LOG_DETAIL << "detail";
+    QVERIFY(flushLogging(std::chrono::seconds(5)));
+    shutdownLogging();
+    restoreDefaultOutputs();
+
+    const QByteArrayList received = daemon.receivedNow();
+    const QByteArrayList expected{"<14>", "<12>", "<11>", "<15>"};
+    const QByteArrayList messages{"-- tst_logging.cpp", "WW tst_logging.cpp", "EE tst_logging.cpp",
+                                  "** tst_logging.cpp"};
+    QCOMPARE(received.size(), expected.size());
+    const QRegularExpression layout(QStringLiteral(R"(^<\d+>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d [^:]+: )"));
+    for (int i = 0; i < received.size(); ++i) {
+        QVERIFY2(received[i].startsWith(expected[i]), received[i].constData());
+        QVERIFY2(layout.match(QString::fromUtf8(received[i])).hasMatch(), received[i].constData());
+        const QByteArray line = received[i].mid(received[i].indexOf(": ") + 2);
+        QVERIFY2(line.startsWith(messages[i]), received[i].constData());
+    }
+}
+
+void TestLogging::stalledOutputNeitherBlocksNorLosesCount_data()
+{
+    QTest::addColumn<bool>("stallStandardError");
+    // The system log is missing, so the lines go to the console: a pipe nobody reads yet.
+    QTest::addRow("console stalled") << false;
+    // The console is a file; standard error is a pipe nobody reads.
+    QTest::addRow("standard error stalled") << true;
+}
+
+// A stalled output holds up the writer thread alone. The lines that did not fit the queue are
+// counted and reported in their place; the rest arrive in order, and shutdownLogging writes out
+// what was still queued.
+void TestLogging::stalledOutputNeitherBlocksNorLosesCount()
+{
+    QFETCH(bool, stallStandardError);
+    QTemporaryDir dir;
+    const QByteArray consolePath = QFile::encodeName(dir.filePath(QStringLiteral("console")));
+    int consoleFd = -1;
+    int errorPipe[2] = {-1, -1};
+    if (stallStandardError) {
+        QVERIFY(::pipe2(errorPipe, O_CLOEXEC | O_NONBLOCK) == 0);
+        // Blocking on the writer's side, as standard error is.
+        ::fcntl(errorPipe[1], F_SETFL, 0);
+        QFile console(QString::fromLocal8Bit(consolePath));
+        QVERIFY(console.open(QIODevice::WriteOnly));
+    } else {
+        QVERIFY(::mkfifo(consolePath.constData(), 0600) == 0);
+        consoleFd = ::open(consolePath.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        QVERIFY(consoleFd >= 0);
+    }
+    setLogOutputPaths(QFile::encodeName(dir.filePath(QStringLiteral("no-log"))), consolePath, errorPipe[1]);
+    initLogging(false, false, stallStandardError, false);
+
+    const int count = 5000;
+    const QByteArray padding(80, 'x');
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < count; ++i)
+        LOG_WARNING << "line" << i << padding;
+    // Generous: the output never moves on its own, so a caller waiting for it would never end.
+    QVERIFY2(timer.elapsed() < 3000, QByteArray::number(timer.elapsed()).constData());
+    if (!stallStandardError)
+        QVERIFY(droppedLogLines() > 0);
+
+    QByteArray errorOutput;
+    if (stallStandardError) {
+        // The writer skips the copies while the pipe stays full: the queue empties meanwhile.
+        QVERIFY(flushLogging(std::chrono::seconds(5)));
+        errorOutput = readAvailable(errorPipe[0]);
+        LOG_WARNING << "after the reader came back";
+    }
+    QByteArray consoleOutput;
+    if (stallStandardError) {
+        shutdownLogging();
+        QFile console(QString::fromLocal8Bit(consolePath));
+        QVERIFY(console.open(QIODevice::ReadOnly));
+        consoleOutput = console.readAll();
+    } else {
+        std::thread stopper(shutdownLogging);
+        consoleOutput = readUntilClosed(consoleFd);
+        stopper.join();
+        ::close(consoleFd);
+    }
+    restoreDefaultOutputs();
+
+    // Every line is there, or counted by the report that stands in its place.
+    int expected = 0;
+    int reports = 0;
+    const QRegularExpression numbered(QStringLiteral(R"( line (\d+) x+\r$)"));
+    const QRegularExpression dropped(
+        QStringLiteral(R"( (\d+) log lines dropped: the system log could not keep up\r$)"));
+    for (const QByteArray& raw : consoleOutput.split('\n')) {
+        const QString line = QString::fromUtf8(raw);
+        if (line.isEmpty() || line.endsWith(QLatin1String("after the reader came back\r")))
+            continue;
+        if (const auto match = dropped.match(line); match.hasMatch()) {
+            QVERIFY2(line.contains(QLatin1String(" WW logwriter.cpp")), qPrintable(line));
+            expected += match.captured(1).toInt();
+            ++reports;
+            continue;
+        }
+        const auto match = numbered.match(line);
+        QVERIFY2(match.hasMatch(), qPrintable(line));
+        QCOMPARE(match.captured(1).toInt(), expected);
+        ++expected;
+    }
+    QCOMPARE(expected, count);
+    if (!stallStandardError)
+        QVERIFY(reports > 0);
+
+    if (stallStandardError) {
+        // What got through to standard error is in order; once its reader is back, a note says
+        // how many copies were skipped, in front of the next line.
+        int previous = -1;
+        for (const QByteArray& line : errorOutput.split('\n')) {
+            if (line.isEmpty() || line.contains("log lines dropped"))
+                continue;
+            const int number = line.mid(line.indexOf(" line ") + 6).split(' ').value(0).toInt();
+            QVERIFY2(number > previous, line.constData());
+            previous = number;
+        }
+        const QByteArray rest = readAvailable(errorPipe[0]);
+        QVERIFY2(rest.contains(" log lines not copied to standard error: its reader could not keep up\n"),
+                 rest.right(300).constData());
+        QVERIFY2(rest.endsWith(" after the reader came back\n"), rest.right(300).constData());
+        ::close(errorPipe[0]);
+        ::close(errorPipe[1]);
+    }
 }
 
 void TestLogging::indentNestsAndUnwinds()
