@@ -3,9 +3,11 @@
 #include "logline.h"
 
 #include <cerrno>
+#include <csignal>
 #include <ctime>
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <sys/un.h>
@@ -109,7 +111,17 @@ bool writeAll(int fd, const char* data, std::size_t size)
 
 LogWriter::LogWriter(LogOutputs outputs) : m_outputs(std::move(outputs))
 {
+    // Signals sent to the process are for the threads that expect them (a handler of the event
+    // loop, or the default action), never the writer: it starts with them blocked, as it
+    // inherits the mask of the thread that creates it. Faults of its own stay deliverable.
+    sigset_t blocked;
+    sigset_t previous;
+    ::sigfillset(&blocked);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS})
+        ::sigdelset(&blocked, fault);
+    ::pthread_sigmask(SIG_BLOCK, &blocked, &previous);
     m_thread = std::thread([this] { run(); });
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
 }
 
 LogWriter::~LogWriter()
@@ -139,11 +151,11 @@ bool LogWriter::hasRoomFor(std::int64_t cost) const
 
 void LogWriter::queueDropReport()
 {
-    Entry report{
-        LogWarning,
-        formatLogLine(LogWarning, __FILE__, __LINE__, ::getpid(), 0,
-                      QByteArray::number(qint64(m_dropped)) + " log lines dropped: the system log could not keep up"),
-        QByteArray()};
+    Entry report{LogWarning,
+                 formatLogLine(LogWarning, __FILE__, __LINE__, ::getpid(), 0,
+                               QByteArray::number(qint64(m_dropped)) +
+                                   " log lines dropped: the system log could not keep up"),
+                 QByteArray()};
     m_queuedBytes += costOf(report);
     m_queue.push_back(std::move(report));
     m_dropped = 0;
