@@ -74,6 +74,36 @@ void CObject::indexPosition(std::size_t position)
     m_index[slot] = static_cast<std::uint32_t>(position + 1);
 }
 
+void CObject::settleLast(detail::EntityPtr value, std::uint64_t& names)
+{
+    const std::size_t last = m_members.size() - 1;
+    const std::string& name = m_members[last].name;
+    std::size_t earlier = kNotFound;
+    if (!m_index.empty()) {
+        earlier = findPosition(name); // the index does not list the last member yet
+    } else {
+        const unsigned lastByte = name.empty() ? 0 : static_cast<unsigned char>(name.back());
+        const std::uint64_t bit = std::uint64_t(1) << ((name.size() + lastByte) & 63);
+        if (names & bit) {
+            for (std::size_t i = 0; i < last; ++i) {
+                if (m_members[i].name == name) {
+                    earlier = i;
+                    break;
+                }
+            }
+        }
+        names |= bit;
+    }
+    if (earlier != kNotFound) {
+        m_members[earlier].value = std::move(value);
+        m_members.pop_back();
+        return;
+    }
+    m_members[last].value = std::move(value);
+    if (m_members.size() >= kIndexedFrom)
+        indexPosition(last); // a failure here abandons the whole parse, so the object may stay unindexed
+}
+
 CEntity& CObject::set(std::string&& name, detail::EntityPtr value)
 {
     CEntity& added = *value;
@@ -84,7 +114,7 @@ CEntity& CObject::set(std::string&& name, detail::EntityPtr value)
     }
     if (m_members.empty())
         m_members.reserve(8); // saves the first few regrowths; bridge objects are mostly small
-    m_members.push_back(Member{std::move(name), std::move(value)});
+    m_members.push_back(Member(std::move(name), std::move(value)));
     if (m_members.size() >= kIndexedFrom) {
         try {
             indexPosition(m_members.size() - 1);
@@ -276,7 +306,7 @@ std::unique_ptr<CEntity> CObject::Copy() const
     auto copy = std::make_unique<CObject>();
     copy->m_members.reserve(m_members.size());
     for (const Member& member : m_members)
-        copy->m_members.push_back(Member{member.name, detail::EntityPtr(member.value->Copy().release())});
+        copy->m_members.push_back(Member(member.name, detail::EntityPtr(member.value->Copy().release())));
     copy->rebuildIndex();
     return copy;
 }

@@ -80,6 +80,12 @@ private:
 
     struct Member
     {
+        Member(std::string text, detail::EntityPtr entity) noexcept
+            : name(std::move(text)), value(std::move(entity))
+        {
+        }
+        Member(const char* text, std::size_t length) : name(text, length) {}
+
         std::string name;
         detail::EntityPtr value;
     };
@@ -91,6 +97,10 @@ private:
     // Lists the member at `position` in the index, growing the index when it gets too full.
     void indexPosition(std::size_t position);
     void rebuildIndex();
+    // For the parser: the last member has just got its name. Gives it `value` or, when the name
+    // occurs before, gives that member the value and drops the last one. `names` is a bit mask
+    // of the names seen so far, which spares the search for most new names of a small object.
+    void settleLast(detail::EntityPtr value, std::uint64_t& names);
 
     // The arena of a parsed tree when this is its root; released after the members.
     detail::ArenaOwner m_arena;

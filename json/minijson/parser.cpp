@@ -80,9 +80,9 @@ const char* findQuoteOrBackslash(const char* p, const char* end) noexcept
 // One pass over the input. `m_pos` never moves past `m_end`, and every byte is read only after
 // checking that, so no input can make the parser read outside it.
 //
-// The values of the tree are placed in an arena that the root takes over at the end. Members
-// and elements gather on stacks shared by all nesting levels, so that each container gets its
-// storage in one exact allocation once it is complete.
+// The values of the tree are placed in an arena that the root takes over at the end. Member
+// names are read straight into the slots of their object; elements gather on a stack shared by
+// all nesting levels, so that each array gets its storage in one exact block once it is complete.
 class Reader
 {
 public:
@@ -175,9 +175,13 @@ private:
         if (!atEnd()) {
             switch (*m_pos) {
             case '"': {
-                CString* string = detail::TreeAccess::Make<CString>(m_arena);
+                const char* run;
+                std::size_t length;
+                const bool ended = scanString(run, length);
+                CString* string = detail::TreeAccess::MakeString(m_arena, run, length);
                 detail::EntityPtr value(string);
-                parseString(detail::TreeAccess::TextOf(*string));
+                if (!ended)
+                    parseEscapedRest(detail::TreeAccess::TextOf(*string), quotePositionOf(run));
                 return value;
             }
             case '[': {
@@ -230,19 +234,25 @@ private:
             m_arena, std::string_view(start, static_cast<std::size_t>(m_pos - start))));
     }
 
-    // Reads a string literal starting at its opening quote into `out`, which is empty.
-    void parseString(std::string& out)
+    // Reads a string literal from its opening quote up to its end or its first escape and sets
+    // [run, run + length) to the plain bytes read. Returns whether the literal has ended; if not,
+    // parseEscapedRest() continues it.
+    bool scanString(const char*& run, std::size_t& length) noexcept
     {
-        const std::size_t quotePosition = position();
-        ++m_pos;
-        const char* run = m_pos;
+        run = ++m_pos;
         m_pos = findQuoteOrBackslash(m_pos, m_end);
-        out.assign(run, static_cast<std::size_t>(m_pos - run));
+        length = static_cast<std::size_t>(m_pos - run);
         if (m_pos != m_end && *m_pos == '"') {
-            ++m_pos; // the common case: no escape, and the text copied in one go
-            return;
+            ++m_pos;
+            return true;
         }
-        parseEscapedRest(out, quotePosition);
+        return false;
+    }
+
+    // The position of the opening quote of the literal whose plain start `run` is.
+    std::size_t quotePositionOf(const char* run) const noexcept
+    {
+        return static_cast<std::size_t>(run - 1 - m_begin);
     }
 
     // Continues a string literal at its first backslash (or the end of the input).
@@ -338,17 +348,23 @@ private:
         if (!atEnd() && *m_pos == '}') {
             ++m_pos;
         } else {
-            const std::size_t base = m_members.size();
-            // Members gather on the stack while the object is small; a large one takes them over
-            // and sorts out repeated names through its index from then on.
-            bool onStack = true;
+            detail::Slots<Member>& members = detail::TreeAccess::MembersOf(object);
+            std::uint64_t names = 0;
             for (;;) {
                 if (atEnd() || *m_pos != '"')
                     failExpected("\"");
-                if (onStack)
-                    onStack = parseMemberOnStack(object, base);
-                else
-                    parseMemberInto(object);
+                if (members.size() == members.capacity())
+                    detail::TreeAccess::GrowMembers(object, m_arena);
+                const char* run;
+                std::size_t length;
+                const bool ended = scanString(run, length);
+                // The name goes straight into its slot; nested containers do not touch this
+                // object's members while the value is parsed.
+                Member& member = members.emplace_back_in_place(run, length);
+                if (!ended)
+                    parseEscapedRest(member.name, quotePositionOf(run));
+                parseColon();
+                detail::TreeAccess::SettleLast(object, parseValue(), names);
                 skipWhiteSpace();
                 if (!atEnd() && *m_pos == ',') {
                     ++m_pos;
@@ -358,43 +374,8 @@ private:
                 expect('}', "}");
                 break;
             }
-            if (onStack)
-                detail::TreeAccess::TakeMembers(object, m_members, base, m_arena);
         }
         --m_depth;
-    }
-
-    // Parses a member into a new slot on top of the stack (nested containers use the stack
-    // above it while its value is parsed). Returns false once `object` has taken the members.
-    bool parseMemberOnStack(CObject& object, std::size_t base)
-    {
-        const std::size_t slot = m_members.size();
-        m_members.emplace_back();
-        parseString(m_members[slot].name);
-        parseColon();
-        detail::EntityPtr value = parseValue();
-        const std::string& name = m_members[slot].name;
-        for (std::size_t i = base; i < slot; ++i) {
-            if (m_members[i].name == name) {
-                // A repeated name keeps its first position and takes the new value.
-                m_members[i].value = std::move(value);
-                m_members.pop_back();
-                return true;
-            }
-        }
-        m_members[slot].value = std::move(value);
-        if (slot + 1 - base < detail::TreeAccess::kIndexedFrom)
-            return true;
-        detail::TreeAccess::TakeMembers(object, m_members, base, m_arena);
-        return false;
-    }
-
-    void parseMemberInto(CObject& object)
-    {
-        std::string name;
-        parseString(name);
-        parseColon();
-        detail::TreeAccess::Set(object, std::move(name), parseValue());
     }
 
     void parseColon()
@@ -408,9 +389,8 @@ private:
     const char* m_pos;
     const char* const m_end;
     int m_depth = 0;
-    // Declared before the stacks: a partial tree on them is destroyed before its arena.
+    // Declared before the stack: a partial tree on it is destroyed before its arena.
     detail::Arena m_arena;
-    std::vector<Member> m_members;
     std::vector<detail::EntityPtr> m_elements;
 };
 

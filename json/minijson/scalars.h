@@ -20,6 +20,11 @@ public:
 private:
     friend struct detail::TreeAccess;
 
+    struct RawText
+    {
+    };
+    CString(const char* text, std::size_t length, RawText) : CEntity(EKind::String), m_value(text, length) {}
+
     std::string m_value;
 };
 

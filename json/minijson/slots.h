@@ -14,7 +14,7 @@ namespace minijson::detail {
 template <typename T> class Slots
 {
 public:
-    Slots() noexcept = default;
+    Slots() noexcept : m_capacity(0), m_onHeap(0) {}
     ~Slots()
     {
         clear();
@@ -24,6 +24,8 @@ public:
     Slots& operator=(const Slots&) = delete;
 
     std::size_t size() const noexcept { return m_size; }
+    std::size_t capacity() const noexcept { return m_capacity; }
+    bool onHeap() const noexcept { return m_onHeap != 0; }
     bool empty() const noexcept { return m_size == 0; }
     T* begin() noexcept { return m_data; }
     T* end() noexcept { return m_data + m_size; }
@@ -47,6 +49,14 @@ public:
         ++m_size;
     }
 
+    // Only with room left (see capacity()).
+    template <typename... Args> T& emplace_back_in_place(Args&&... args)
+    {
+        T* value = new (m_data + m_size) T(std::forward<Args>(args)...);
+        ++m_size;
+        return *value;
+    }
+
     void pop_back() noexcept { m_data[--m_size].~T(); }
 
     void erase(std::size_t position) noexcept
@@ -64,18 +74,36 @@ public:
 
     // Moves [first, last) into `block`, which has room for them and outlives this; only for an
     // empty container.
-    void adopt(void* block, T* first, T* last) noexcept
+    void adopt(void* block, T* first, T* last)
     {
+        if (static_cast<std::size_t>(last - first) > kMaxCapacity)
+            throw std::bad_alloc();
         m_data = static_cast<T*>(block);
         for (; first != last; ++first)
             new (m_data + m_size++) T(std::move(*first));
-        m_capacity = m_size;
-        m_onHeap = false;
+        m_capacity = static_cast<std::uint32_t>(m_size);
+        m_onHeap = 0;
+    }
+
+    // Moves the values into `block`, which has room for `capacity` of them and outlives this.
+    void relocate(void* block, std::size_t capacity) noexcept
+    {
+        T* data = static_cast<T*>(block);
+        for (std::size_t i = 0; i < m_size; ++i) {
+            new (data + i) T(std::move(m_data[i]));
+            m_data[i].~T();
+        }
+        release();
+        m_data = data;
+        m_capacity = static_cast<std::uint32_t>(capacity);
+        m_onHeap = 0;
     }
 
 private:
     void moveTo(std::size_t capacity)
     {
+        if (capacity > kMaxCapacity)
+            throw std::bad_alloc();
         T* data = static_cast<T*>(std::malloc(capacity * sizeof(T)));
         if (!data)
             throw std::bad_alloc();
@@ -85,8 +113,8 @@ private:
         }
         release();
         m_data = data;
-        m_capacity = capacity;
-        m_onHeap = true;
+        m_capacity = static_cast<std::uint32_t>(capacity);
+        m_onHeap = 1;
     }
 
     void release() noexcept
@@ -95,10 +123,12 @@ private:
             std::free(m_data);
     }
 
+    static constexpr std::size_t kMaxCapacity = 0x7fffffff;
+
     T* m_data = nullptr;
-    std::size_t m_size = 0;
-    std::size_t m_capacity = 0;
-    bool m_onHeap = false;
+    std::uint32_t m_size = 0;
+    std::uint32_t m_capacity : 31;
+    std::uint32_t m_onHeap : 1;
 };
 
 } // namespace minijson::detail

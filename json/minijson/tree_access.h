@@ -37,27 +37,28 @@ struct TreeAccess
 
     static std::string& TextOf(CString& string) noexcept { return string.m_value; }
 
-    // Moves the members from `base` on out of the parser's stack into the empty `object`; their
-    // names are distinct. A small object keeps them in the arena, a large one, which may well
-    // keep growing, on the heap beside its index.
-    static void TakeMembers(CObject& object, std::vector<Member>& stack, std::size_t base, Arena& arena)
+    static CString* MakeString(Arena& arena, const char* text, std::size_t length)
     {
-        const auto first = stack.begin() + static_cast<std::ptrdiff_t>(base);
-        const std::size_t count = stack.size() - base;
-        if (count >= kIndexedFrom) {
-            object.m_members.reserve(2 * count);
-            for (auto it = first; it != stack.end(); ++it)
-                object.m_members.push_back(std::move(*it));
-            object.rebuildIndex();
-        } else {
-            object.m_members.adopt(arena.Allocate(count * sizeof(Member)), &*first, &*first + count);
-        }
-        stack.erase(first, stack.end());
+        return Make<CString>(arena, text, length, CString::RawText());
     }
 
-    static void Set(CObject& object, std::string&& name, EntityPtr value)
+    static Slots<Member>& MembersOf(CObject& object) noexcept { return object.m_members; }
+
+    // Makes room for one more member. A small object keeps its members in the arena; a large
+    // one, which may well keep growing, on the heap beside its index.
+    static void GrowMembers(CObject& object, Arena& arena)
     {
-        object.set(std::move(name), std::move(value));
+        Slots<Member>& members = object.m_members;
+        const std::size_t capacity = members.capacity() < 4 ? 4 : 2 * members.capacity();
+        if (members.onHeap() || capacity >= kIndexedFrom)
+            members.reserve(capacity);
+        else
+            members.relocate(arena.Allocate(capacity * sizeof(Member)), capacity);
+    }
+
+    static void SettleLast(CObject& object, EntityPtr value, std::uint64_t& names)
+    {
+        object.settleLast(std::move(value), names);
     }
 
     static void TakeElements(CArray& array, std::vector<EntityPtr>& stack, std::size_t base, Arena& arena)
