@@ -6,6 +6,9 @@
 
 #include <climits>
 #include <functional>
+#include <string>
+#include <utility>
+#include <vector>
 
 using namespace minijson;
 
@@ -69,6 +72,11 @@ private slots:
     void mergeFrom_data();
     void mergeFrom();
     void copyIsDeep();
+    void largeObjects_data();
+    void largeObjects();
+    void stringsAtWordBoundaries_data();
+    void stringsAtWordBoundaries();
+    void parsedTreesStayMutable();
     void fileRoundTrip();
     void fileErrors();
 };
@@ -410,6 +418,126 @@ void TestMiniJson::copyIsDeep()
     (*copy)["a"][1].Object().SetString("b", "changed");
     (*copy)["a"].Array().Remove(0);
     QCOMPARE(compact(*original), QByteArray(R"({"a":[1,{"b":"c"}],"n":-1.50})"));
+}
+
+void TestMiniJson::largeObjects_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<bool>("parsed");
+
+    // Around the size from which an object indexes its names, and well above it.
+    for (const int count : {15, 16, 17, 100}) {
+        QTest::addRow("%d members, parsed", count) << count << true;
+        QTest::addRow("%d members, built", count) << count << false;
+    }
+}
+
+void TestMiniJson::largeObjects()
+{
+    QFETCH(int, count);
+    QFETCH(bool, parsed);
+
+    // Members k0..k<count-1> holding their number; k1 repeats early, k0 after the last member,
+    // so that a repeated name meets both the small and the indexed object.
+    const auto name = [](int i) { return "k" + std::to_string(i); };
+    std::vector<std::pair<std::string, int>> sequence;
+    for (int i = 0; i < count; ++i) {
+        sequence.emplace_back(name(i), i);
+        if (i == 2)
+            sequence.emplace_back(name(1), -1);
+    }
+    sequence.emplace_back(name(0), -2);
+    std::vector<int> expected(static_cast<std::size_t>(count));
+    for (const auto& [member, value] : sequence)
+        expected[std::stoul(member.substr(1))] = value;
+
+    std::unique_ptr<CEntity> tree;
+    if (parsed) {
+        std::string text = "{";
+        for (const auto& [member, value] : sequence)
+            text += (text.size() > 1 ? ",\"" : "\"") + member + "\":" + std::to_string(value);
+        tree = CParser::Parse(text + "}");
+    } else {
+        tree = std::make_unique<CObject>();
+        for (const auto& [member, value] : sequence)
+            tree->Object().SetInt(member, value);
+    }
+    CObject& object = tree->Object();
+    QCOMPARE(object.Count(), count);
+    for (int i = 0; i < count; ++i) {
+        QCOMPARE(object.MemberNameByIndex(i), name(i));
+        QCOMPARE(object.GetInt(name(i), INT_MIN), expected[std::size_t(i)]);
+    }
+    QVERIFY(!object.Contains(name(count)));
+
+    // Removing members moves the later ones forward and takes the object back below the size
+    // of the index: every other name must still find its own value.
+    for (int removed = 0; removed < count; removed += 2) {
+        QVERIFY(object.Remove(name(removed)));
+        for (int i = 0; i < count; ++i) {
+            if (i % 2 == 0 && i <= removed)
+                QVERIFY(!object.Contains(name(i)));
+            else
+                QCOMPARE(object.GetInt(name(i), INT_MIN), expected[std::size_t(i)]);
+        }
+    }
+    QCOMPARE(object.Count(), count / 2);
+    object.SetInt(name(0), 7); // a removed name goes to the end
+    QCOMPARE(object.MemberNameByIndex(object.Count() - 1), name(0));
+    QCOMPARE(object.GetInt(name(0)), 7);
+}
+
+void TestMiniJson::stringsAtWordBoundaries_data()
+{
+    QTest::addColumn<QByteArray>("escape");
+    QTest::addColumn<QByteArray>("decoded");
+
+    QTest::addRow("quote") << QByteArray("\\\"") << QByteArray("\"");
+    QTest::addRow("backslash") << QByteArray("\\\\") << QByteArray("\\");
+    QTest::addRow("unicode") << QByteArray("\\u00e9") << QByteArray("\xC3\xA9");
+    QTest::addRow("none") << QByteArray() << QByteArray();
+}
+
+void TestMiniJson::stringsAtWordBoundaries()
+{
+    QFETCH(QByteArray, escape);
+    QFETCH(QByteArray, decoded);
+
+    // The parser scans strings several bytes at a time: put the escape and the closing quote at
+    // every offset within such a word, as a value and as a name.
+    for (int length = 0; length < 20; ++length) {
+        const QByteArray plain(length, 'x');
+        const QByteArray text = plain + escape + plain;
+        const std::string value = (plain + decoded + plain).toStdString();
+        QCOMPARE((*parse("[\"" + text + "\"]"))[0].StringValue(), value);
+        QCOMPARE(parse("{\"" + text + "\":1}")->ObjectMemberNameByIndex(0), value);
+        // Cut off before the closing quote, at every length.
+        try {
+            parse("[\"" + text);
+            QFAIL("an unterminated string was accepted");
+        } catch (const CParseErrorException& e) {
+            QCOMPARE(QByteArray(e.what()), QByteArray("Closing \" not found"));
+            QCOMPARE(int(e.Position()), 1);
+        }
+    }
+}
+
+void TestMiniJson::parsedTreesStayMutable()
+{
+    // Parsed values live in their tree's arena; changing the tree, moving a parsed tree into
+    // another one and dropping the source must neither free them twice nor leak (see ASan).
+    auto tree = CParser::Parse(R"({"a":{"b":[1,2]},"c":"a string longer than sixteen bytes","d":[{}]})");
+    CObject& a = (*tree)["a"].Object();
+    for (int i = 0; i < 20; ++i)
+        a.SetInt("n" + std::to_string(i), i); // outgrows the parsed storage
+    (*tree)["a"]["b"].Array().AddString("three");
+    (*tree)["d"].Array().Remove(0);
+    QVERIFY(tree->Object().Remove("c"));
+    tree->Object().Add("e", CParser::Parse(R"(["inner",{"x":null}])"));
+    tree->Object().SetString("a", "replaced");
+    auto copy = tree->Copy();
+    tree.reset();
+    QCOMPARE(compact(*copy), QByteArray(R"({"a":"replaced","d":[],"e":["inner",{"x":null}]})"));
 }
 
 void TestMiniJson::fileRoundTrip()
