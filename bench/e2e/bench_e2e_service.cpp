@@ -9,14 +9,19 @@
 // service follows on the event stream, and the same storm through an API version 1 bridge that
 // it polls, and prints both side by side. With --commands it instead measures how datapoint writes
 // reach a bridge that takes 10 light changes a second (a burst, a paced stream, a dragged slider,
-// an outage), through CLIP v2 and API v1 side by side. Figures only; nothing here passes or fails.
+// an outage), through CLIP v2 and API v1 side by side. With --cost it takes the cost figures of
+// one or two service binaries side by side: instructions per light change under callgrind, hub
+// calls per change, event latency at 250 and 1000 events/s (also with detailed logging) and
+// unique memory with 1, 5 and 20 bridges. Figures only; nothing here passes or fails.
 //
-// Run: bench_e2e_service [--quick] [--api v1|v2 | --commands] [--storm-seconds 30] [--storm-interval 200]
+// Run: bench_e2e_service [--quick] [--api v1|v2 | --commands | --cost [--runs N]] [--storm-seconds 30]
+// [--storm-interval 200]
 //                        [--bridges 1,5,20] [--idle-seconds 60] [--service PATH] [--keep]
 #include "benchoptions.h"
 #include "benchresults.h"
 #include "benchsystem.h"
 #include "commandcomparison.h"
+#include "costmeasure.h"
 #include "eventwait.h"
 #include "latencyprobes.h"
 #include "procstats.h"
@@ -155,10 +160,13 @@ int main(int argc, char** argv)
         std::fprintf(exitCode == 0 ? stdout : stderr, "%s\n", qPrintable(message));
         return exitCode;
     }
-    if (!QFile::exists(options.servicePath)) {
-        std::fprintf(stderr, "no service binary at %s (build the target huecontroller, or use --service)\n",
-                     qPrintable(options.servicePath));
-        return 1;
+    for (const QString& path : options.servicePaths) {
+        if (!QFile::exists(path)) {
+            std::fprintf(stderr,
+                         "no service binary at %s (build the target huecontroller, or use --service)\n",
+                         qPrintable(path));
+            return 1;
+        }
     }
 
     QTemporaryDir folder(QDir::tempPath() + QStringLiteral("/hue-e2ebench-XXXXXX"));
@@ -172,6 +180,13 @@ int main(int argc, char** argv)
         progress(QStringLiteral("settings, sockets and logs in %1").arg(folder.path()));
 
     const QString constDataDir = QStringLiteral(HUE_CONST_DATA_DIR);
+    if (options.cost) {
+        CostReport report;
+        report.command = app.arguments().join(QLatin1Char(' '));
+        measureCost(options, folder.path(), constDataDir, &report);
+        std::fputs(qPrintable(formatCostReport(report)), stdout);
+        return report.problems.isEmpty() ? 0 : 1;
+    }
     if (options.commands) {
         CommandComparison comparison;
         comparison.command = app.arguments().join(QLatin1Char(' '));

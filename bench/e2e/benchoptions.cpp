@@ -1,6 +1,7 @@
 #include "benchoptions.h"
 
 #include <QCommandLineParser>
+#include <QFileInfo>
 
 namespace e2ebench {
 
@@ -71,11 +72,22 @@ bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QStr
         QStringLiteral("commands"),
         QStringLiteral("Command delivery under a rate limit of 10 light changes/s, CLIP v2 beside v1 "
                        "(with --quick: shorter paced and outage scenarios, fewer probe writes)."));
-    const QCommandLineOption service(QStringLiteral("service"), QStringLiteral("The huecontroller binary."),
-                                     QStringLiteral("PATH"));
+    const QCommandLineOption cost(
+        QStringLiteral("cost"),
+        QStringLiteral("The cost figures of each --service (given up to twice: before, after): instructions\n"
+                       "per light change under callgrind, hub calls per change, event latency at 250 and\n"
+                       "1000 events/s (also with detailed logging), unique memory with 1, 5, 20 bridges."));
+    const QCommandLineOption runs(
+        QStringLiteral("runs"),
+        QStringLiteral("With --cost: storms per latency figure (default 10, 2 with --quick)."),
+        QStringLiteral("N"));
+    const QCommandLineOption service(
+        QStringLiteral("service"),
+        QStringLiteral("The huecontroller binary (with --cost: twice for two binaries side by side)."),
+        QStringLiteral("PATH"));
     const QCommandLineOption keep(
         QStringLiteral("keep"), QStringLiteral("Keep the run folder (settings, sockets, databases, logs)."));
-    parser.addOptions({quick, api, commands, storm, interval, service, keep, bridges, idle});
+    parser.addOptions({quick, api, commands, cost, runs, storm, interval, service, keep, bridges, idle});
 
     *exitCode = 2;
     if (!parser.parse(arguments)) {
@@ -111,6 +123,20 @@ bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QStr
         *message = QStringLiteral("--commands runs both APIs; leave out --api");
         return false;
     }
+    options->cost = parser.isSet(cost);
+    if (options->cost && (parser.isSet(api) || options->commands)) {
+        *message = QStringLiteral("--cost runs both APIs; leave out --api and --commands");
+        return false;
+    }
+    if (options->cost) {
+        // Many storms per binary: shorter ones, repeated (--runs) for the tail.
+        options->stormSeconds = options->quick ? 4 : 10;
+        options->runs = options->quick ? 2 : 10;
+    }
+    if (parser.isSet(runs) && !parsePositive(parser.value(runs), 1, 100, &options->runs)) {
+        *message = QStringLiteral("--runs takes a number from 1 to 100");
+        return false;
+    }
     if (parser.isSet(storm) && !parsePositive(parser.value(storm), 1, 3600, &options->stormSeconds)) {
         *message = QStringLiteral("--storm-seconds takes a number of seconds from 1 to 3600");
         return false;
@@ -135,8 +161,17 @@ bool parseBenchOptions(const QStringList& arguments, BenchOptions* options, QStr
 #ifdef HUECONTROLLER_EXECUTABLE
     options->servicePath = QStringLiteral(HUECONTROLLER_EXECUTABLE);
 #endif
-    if (parser.isSet(service))
-        options->servicePath = parser.value(service);
+    // The service runs in its own folder: a relative path would not find it there.
+    for (const QString& path : parser.values(service))
+        options->servicePaths << QFileInfo(path).absoluteFilePath();
+    if (options->servicePaths.size() > 2 || (options->servicePaths.size() == 2 && !options->cost)) {
+        *message = QStringLiteral("--service may be given twice only with --cost");
+        return false;
+    }
+    if (!options->servicePaths.isEmpty())
+        options->servicePath = options->servicePaths.first();
+    else if (!options->servicePath.isEmpty())
+        options->servicePaths << options->servicePath;
     if (options->servicePath.isEmpty()) {
         *message = QStringLiteral("no huecontroller binary known to this build: name it with --service");
         return false;

@@ -20,6 +20,8 @@ struct BenchOptions
     bool quick = false;
     BenchApi api = BenchApi::V1;
     bool commands = false; // command delivery under the bridge's rate limit, v2 beside v1
+    bool cost = false;     // the cost figures (instructions, hub calls, latency, memory) per binary
+    int runs = 10;         // cost: storms per latency figure (2 with --quick)
     QList<int> bridgeCounts{1, 5, 20}; // memory figures: this many bridges of 50 lights each
     int lightsPerBridge = 50;
     int idleSeconds = 60;
@@ -29,6 +31,7 @@ struct BenchOptions
     int stormSeconds = 30;     // event storm: every light changed every stormIntervalMs
     int stormIntervalMs = 200; // twice the bridge's event window: one message per round
     QString servicePath;
+    QStringList servicePaths; // every --service, in order (cost: one column each)
     bool keepFolder = false;
 };
 

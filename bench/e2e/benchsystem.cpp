@@ -20,7 +20,6 @@ namespace e2ebench {
 
 namespace {
 
-constexpr int kStartLimitMs = 30000;
 constexpr int kStopLimitMs = 6000;
 const char* const kHueServiceType = "_hue._tcp";
 
@@ -94,12 +93,16 @@ bool BenchSystem::start()
     if (!m_hub->start(&m_error) || !m_service->start(&m_error))
         return false;
     const QVariantList startStages{0, 3, 1};
-    if (!waitUntil([&] { return m_hub->supervisor()->status().value("answered").toList() == startStages; },
-                   kStartLimitMs)) {
+    const auto answered = [&] {
+        return m_hub->supervisor()->status().value("answered").toList() == startStages;
+    };
+    // A service that ended (a wrong path under a launcher) need not be waited for.
+    waitUntil([&] { return answered() || !m_service->isRunning(); }, m_startLimitMs);
+    if (!answered()) {
         m_error = QStringLiteral("the service did not answer the run stages 0, 3, 1 (see %1)").arg(folder());
         return false;
     }
-    if (!waitUntil([&] { return m_hub->system()->isWatched("mdns", kHueServiceType); }, kStartLimitMs)) {
+    if (!waitUntil([&] { return m_hub->system()->isWatched("mdns", kHueServiceType); }, m_startLimitMs)) {
         m_error = QStringLiteral("the service does not watch for %1").arg(kHueServiceType);
         return false;
     }
@@ -211,6 +214,18 @@ bool BenchSystem::waitForClipV2(int timeoutMs)
     return false;
 }
 
+bool BenchSystem::waitForEventStreams(int timeoutMs)
+{
+    const auto open = [&] {
+        return std::all_of(m_bridges.begin(), m_bridges.end(),
+                           [](const auto& bridge) { return bridge->eventStreamCount() > 0; });
+    };
+    if (waitUntil(open, timeoutMs))
+        return true;
+    m_error = QStringLiteral("not every bridge has an event stream open");
+    return false;
+}
+
 QString BenchSystem::outputId(const InternalId& device, const QString& name) const
 {
     const RegisteredDevice* registered = m_hub->communication()->registry().device(device);
@@ -233,10 +248,15 @@ std::optional<InternalId> BenchSystem::deviceNamed(const QString& displayName) c
 
 std::vector<BenchLight> BenchSystem::dimmableLights(int count) const
 {
+    return dimmableLightsOf(0, count);
+}
+
+std::vector<BenchLight> BenchSystem::dimmableLightsOf(int index, int count) const
+{
     std::vector<BenchLight> lights;
-    if (m_bridges.empty())
+    if (index < 0 || index >= int(m_bridges.size()))
         return lights;
-    bridgeemu::BridgeEmulator* bridge = m_bridges.front().get();
+    bridgeemu::BridgeEmulator* bridge = m_bridges[std::size_t(index)].get();
     for (const std::string& id : bridge->lightIds()) {
         const auto light = bridge->light(id);
         if (!light || light->description.kind == bridgeemu::LightKind::OnOff)

@@ -60,6 +60,9 @@ public:
     QString folder() const { return m_dir; }
     QString lastError() const { return m_error; }
 
+    // How long start() waits for the run stages and the mDNS watch (30 s; a service run under
+    // valgrind needs longer).
+    void setStartLimitMs(int ms) { m_startLimitMs = ms; }
     // Starts the hub, then the service; true once the service has answered the run stages 0, 3
     // and 1 and watches for bridges by mDNS.
     bool start();
@@ -77,11 +80,17 @@ public:
     // Waits until the service reads the first bridge's CLIP v2 resources and holds its event
     // stream open, as the bridge's request record shows; false after `timeoutMs`.
     bool waitForClipV2(int timeoutMs);
+    // Waits until every bridge has an event stream open; false after `timeoutMs`.
+    bool waitForEventStreams(int timeoutMs);
     // The hub identifier of a device's output datapoint `name`; empty when it has none.
     QString outputId(const InternalId& device, const QString& name) const;
     // The first dimmable lights of the first bridge, with the serials the service gave them
     // (found by the name it reports); empty when not all of them are registered yet.
     std::vector<BenchLight> dimmableLights(int count) const;
+    // The same of bridge `index` (0: the first one added).
+    std::vector<BenchLight> dimmableLightsOf(int index, int count) const;
+    int bridgeCount() const { return int(m_bridges.size()); }
+    bridgeemu::BridgeEmulator& bridge(int index) { return *m_bridges[std::size_t(index)]; }
     // Ends the service as the hub does (stage 2, then SIGINT) and stops the bridges.
     void stop();
 
@@ -94,6 +103,7 @@ private:
     QString m_dir;
     QString m_socketDir;
     QString m_error;
+    int m_startLimitMs = 30000;
     std::unique_ptr<HubSimulator> m_hub;
     std::unique_ptr<ServiceUnderTest> m_service;
     std::vector<std::unique_ptr<bridgeemu::BridgeEmulator>> m_bridges;

@@ -4,6 +4,8 @@
 #include <QFile>
 #include <QList>
 
+#include <algorithm>
+
 #include <unistd.h>
 
 namespace e2ebench {
@@ -33,7 +35,66 @@ qint64 statusKiB(qint64 pid, const QByteArray& field)
     return -1;
 }
 
+// The number of a "Name:   1234 kB" line, without its name.
+qint64 kibOf(const QByteArray& line, int nameLength)
+{
+    bool ok = false;
+    const qint64 value = line.mid(nameLength).simplified().split(' ').value(0).toLongLong(&ok);
+    return ok ? value : 0;
+}
+
+bool isMappingHeader(const QByteArray& line)
+{
+    // "start-end perms offset dev inode [path]": the first field holds a '-', field lines end
+    // their name with ':'.
+    const int blank = line.indexOf(' ');
+    return blank > 0 && line.left(blank).contains('-') && !line.left(blank).endsWith(':');
+}
+
 } // namespace
+
+qint64 uniqueKiB(qint64 pid)
+{
+    const QByteArray rollup = readProcFile(pid, "smaps_rollup");
+    if (rollup.isEmpty())
+        return -1;
+    qint64 total = 0;
+    for (const QByteArray& line : rollup.split('\n')) {
+        if (line.startsWith("Private_Clean:") || line.startsWith("Private_Dirty:"))
+            total += kibOf(line, line.indexOf(':') + 1);
+    }
+    return total;
+}
+
+std::vector<PrivateMapping> largestPrivateMappings(qint64 pid, int count)
+{
+    std::vector<PrivateMapping> mappings;
+    for (const QByteArray& line : readProcFile(pid, "smaps").split('\n')) {
+        if (isMappingHeader(line)) {
+            const QList<QByteArray> fields = line.simplified().split(' ');
+            PrivateMapping mapping;
+            mapping.name = fields.size() > 5 ? QString::fromLocal8Bit(fields.mid(5).join(' '))
+                                             : QStringLiteral("[anon]");
+            mappings.push_back(mapping);
+        } else if (!mappings.empty()) {
+            const int colon = line.indexOf(':');
+            if (line.startsWith("Size:"))
+                mappings.back().sizeKiB = kibOf(line, colon + 1);
+            else if (line.startsWith("Private_Clean:"))
+                mappings.back().privateKiB += kibOf(line, colon + 1);
+            else if (line.startsWith("Private_Dirty:")) {
+                mappings.back().privateKiB += kibOf(line, colon + 1);
+                mappings.back().privateDirtyKiB = kibOf(line, colon + 1);
+            }
+        }
+    }
+    std::stable_sort(mappings.begin(), mappings.end(), [](const PrivateMapping& a, const PrivateMapping& b) {
+        return a.privateKiB > b.privateKiB;
+    });
+    if (int(mappings.size()) > count)
+        mappings.resize(std::size_t(count));
+    return mappings;
+}
 
 qint64 residentKiB(qint64 pid)
 {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <QString>
 #include <QtGlobal>
+
+#include <vector>
 
 namespace e2ebench {
 
@@ -10,6 +13,21 @@ namespace e2ebench {
 // Resident set size and its peak so far (VmRSS, VmHWM in /proc/<pid>/status), in KiB.
 qint64 residentKiB(qint64 pid);
 qint64 peakResidentKiB(qint64 pid);
+
+// Memory only this process holds: Private_Clean + Private_Dirty of /proc/<pid>/smaps_rollup, in
+// KiB (shared library text and other pages shared with another process are not in it).
+qint64 uniqueKiB(qint64 pid);
+
+// One mapping of /proc/<pid>/smaps with its private pages (Private_Clean + Private_Dirty).
+struct PrivateMapping
+{
+    QString name; // the path, [heap], [stack], or [anon] for a mapping without a name
+    qint64 sizeKiB = 0;
+    qint64 privateKiB = 0;
+    qint64 privateDirtyKiB = 0;
+};
+// The `count` mappings with the most private pages, most first.
+std::vector<PrivateMapping> largestPrivateMappings(qint64 pid, int count);
 
 // CPU time spent in user and kernel mode (utime + stime in /proc/<pid>/stat), in seconds.
 double cpuSeconds(qint64 pid);

@@ -48,6 +48,10 @@ bool ServiceUnderTest::writeSettings(QString* error) const
     own.setValue(QStringLiteral("logging/silenceisgolden"), 1);
     if (m_forceApi1)
         own.setValue(QStringLiteral("debug/forceAPI1"), 1);
+    if (m_detailedLogging) {
+        own.setValue(QStringLiteral("logging/debug"), 1);
+        own.setValue(QStringLiteral("logging/trace"), 1);
+    }
     hub.sync();
     own.sync();
     if (hub.status() != QSettings::NoError || own.status() != QSettings::NoError) {
@@ -67,9 +71,13 @@ bool ServiceUnderTest::start(QString* error)
     m_process.setWorkingDirectory(m_dir);
     m_process.setStandardOutputFile(m_dir + QStringLiteral("/huecontroller.out"));
     m_process.setStandardErrorFile(m_dir + QStringLiteral("/huecontroller.err"));
-    m_process.start(m_program, QStringList());
+    if (m_launcher.isEmpty())
+        m_process.start(m_program, QStringList());
+    else
+        m_process.start(m_launcher.first(), m_launcher.mid(1) << m_program);
     if (!m_process.waitForStarted()) {
-        *error = QStringLiteral("cannot start %1: %2").arg(m_program, m_process.errorString());
+        *error = QStringLiteral("cannot start %1: %2")
+                     .arg(m_launcher.isEmpty() ? m_program : m_launcher.first(), m_process.errorString());
         return false;
     }
     return true;

@@ -2,6 +2,7 @@
 
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 
 namespace e2ebench {
 
@@ -21,6 +22,11 @@ public:
     // Off: the service moves a bridge of current firmware to CLIP v2 as it would on a hub. Takes
     // effect at the next start().
     void setForceApi1(bool force) { m_forceApi1 = force; }
+    // "logging/debug" and "logging/trace" on: every detail line is written. Next start().
+    void setDetailedLogging(bool on) { m_detailedLogging = on; }
+    // A program and its arguments that the service runs under, e.g. valgrind with its options;
+    // empty: the service runs by itself. Next start().
+    void setLauncher(const QStringList& launcher) { m_launcher = launcher; }
     bool start(QString* error);
     bool isRunning() const { return m_process.state() != QProcess::NotRunning; }
     qint64 pid() const { return m_process.processId(); }
@@ -35,6 +41,8 @@ private:
     QString m_socketDir;
     QString m_constDataDir;
     bool m_forceApi1 = true;
+    bool m_detailedLogging = false;
+    QStringList m_launcher;
     QProcess m_process;
 };
 
