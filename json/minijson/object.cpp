@@ -74,7 +74,7 @@ void CObject::indexPosition(std::size_t position)
     m_index[slot] = static_cast<std::uint32_t>(position + 1);
 }
 
-void CObject::settleLast(detail::EntityPtr value, std::uint64_t& names)
+void CObject::settleLast(detail::EntityPtr&& value)
 {
     const std::size_t last = m_members.size() - 1;
     const std::string& name = m_members[last].name;
@@ -82,17 +82,10 @@ void CObject::settleLast(detail::EntityPtr value, std::uint64_t& names)
     if (!m_index.empty()) {
         earlier = findPosition(name); // the index does not list the last member yet
     } else {
-        const unsigned lastByte = name.empty() ? 0 : static_cast<unsigned char>(name.back());
-        const std::uint64_t bit = std::uint64_t(1) << ((name.size() + lastByte) & 63);
-        if (names & bit) {
-            for (std::size_t i = 0; i < last; ++i) {
-                if (m_members[i].name == name) {
-                    earlier = i;
-                    break;
-                }
-            }
+        for (std::size_t i = 0; i < last && earlier == kNotFound; ++i) {
+            if (m_members[i].name == name)
+                earlier = i;
         }
-        names |= bit;
     }
     if (earlier != kNotFound) {
         m_members[earlier].value = std::move(value);

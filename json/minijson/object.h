@@ -75,7 +75,7 @@ private:
     friend struct detail::TreeAccess;
 
     // Below this many members a linear search beats hashing the name.
-    static constexpr std::size_t kIndexedFrom = 16;
+    static constexpr std::size_t kIndexedFrom = 24;
     static constexpr std::size_t kNotFound = ~std::size_t(0);
 
     struct Member
@@ -98,9 +98,8 @@ private:
     void indexPosition(std::size_t position);
     void rebuildIndex();
     // For the parser: the last member has just got its name. Gives it `value` or, when the name
-    // occurs before, gives that member the value and drops the last one. `names` is a bit mask
-    // of the names seen so far, which spares the search for most new names of a small object.
-    void settleLast(detail::EntityPtr value, std::uint64_t& names);
+    // occurs before, gives that member the value and drops the last one.
+    void settleLast(detail::EntityPtr&& value);
 
     // The arena of a parsed tree when this is its root; released after the members.
     detail::ArenaOwner m_arena;

@@ -54,7 +54,8 @@ void appendUtf8(std::string& out, unsigned codeUnit)
 }
 
 // The first '"' or '\' in [p, end), or end. Eight bytes at a time where the byte order allows.
-const char* findQuoteOrBackslash(const char* p, const char* end) noexcept
+inline __attribute__((always_inline)) const char* findQuoteOrBackslash(const char* p,
+                                                                       const char* end) noexcept
 {
 #if defined(__GNUC__) && defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
     constexpr std::uint64_t kOnes = 0x0101010101010101u;

@@ -50,15 +50,33 @@ struct TreeAccess
     {
         Slots<Member>& members = object.m_members;
         const std::size_t capacity = members.capacity() < 4 ? 4 : 2 * members.capacity();
-        if (members.onHeap() || capacity >= kIndexedFrom)
+        if (members.onHeap() || members.size() >= kIndexedFrom)
             members.reserve(capacity);
         else
             members.relocate(arena.Allocate(capacity * sizeof(Member)), capacity);
     }
 
-    static void SettleLast(CObject& object, EntityPtr value, std::uint64_t& names)
+    // Gives the member just named at the end of `object` its value (see CObject::settleLast()).
+    // `names` is a bit mask of the names the object has got so far: a small object is searched
+    // for a repeated name only when the new name's bit is already set.
+    static void SettleLast(CObject& object, EntityPtr&& value, std::uint64_t& names)
     {
-        object.settleLast(std::move(value), names);
+        Slots<Member>& members = object.m_members;
+        if (object.m_index.empty() && members.size() < kIndexedFrom) {
+            const std::string& name = members.back().name;
+            const std::size_t size = name.size();
+            const unsigned bytes = size == 0 ? 0
+                                             : static_cast<unsigned char>(name[0]) * 7u +
+                                                   static_cast<unsigned char>(name[size - 1]) * 3u +
+                                                   static_cast<unsigned char>(name[size / 2]);
+            const std::uint64_t bit = std::uint64_t(1) << ((size * 11 + bytes) & 63);
+            if ((names & bit) == 0) {
+                names |= bit;
+                members.back().value = std::move(value);
+                return;
+            }
+        }
+        object.settleLast(std::move(value));
     }
 
     static void TakeElements(CArray& array, std::vector<EntityPtr>& stack, std::size_t base, Arena& arena)

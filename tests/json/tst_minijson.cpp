@@ -426,7 +426,7 @@ void TestMiniJson::largeObjects_data()
     QTest::addColumn<bool>("parsed");
 
     // Around the size from which an object indexes its names, and well above it.
-    for (const int count : {15, 16, 17, 100}) {
+    for (const int count : {23, 24, 25, 100}) {
         QTest::addRow("%d members, parsed", count) << count << true;
         QTest::addRow("%d members, built", count) << count << false;
     }
