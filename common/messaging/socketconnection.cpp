@@ -42,6 +42,10 @@ SocketConnection::SocketConnection(QTcpSocket* socket, QObject* parent)
 
 SocketConnection::~SocketConnection()
 {
+    // Calls without reply may still wait for the end of the event-loop turn; a connection that
+    // goes away sends them first (bounded, as a single call without reply would wait).
+    if (m_device && bytesToWrite() > 0 && isConnected())
+        flush(kClosingFlushTimeoutMs);
     // Closing the socket below emits its last signals; nobody is to hear them from a connection
     // that is going away.
     if (m_device)
@@ -53,6 +57,9 @@ void SocketConnection::attachSocket()
     m_invokeTimer.setSingleShot(true);
     m_invokeTimer.setInterval(kDefaultInvokeTimeoutMs);
     connect(&m_invokeTimer, &QTimer::timeout, this, &SocketConnection::onInvokeTimerFired);
+    m_flushTimer.setSingleShot(true);
+    m_flushTimer.setInterval(0);
+    connect(&m_flushTimer, &QTimer::timeout, this, &SocketConnection::onFlushTimerFired);
     connect(m_device, &QIODevice::readyRead, this, &SocketConnection::onReadyRead);
     // A wait that runs out (flush, waitForReadyRead) reports a timeout error on the socket; that
     // is the waiting caller's business, not a broken connection.
@@ -174,6 +181,24 @@ bool SocketConnection::writeBytesNow(const QByteArray& bytes)
         return false;
     }
     return true;
+}
+
+void SocketConnection::scheduleFlush()
+{
+    if (!m_flushTimer.isActive())
+        m_flushTimer.start();
+}
+
+void SocketConnection::onFlushTimerFired()
+{
+    if (bytesToWrite() == 0)
+        return;
+    // flush() of a socket writes what the system takes now and never waits; the socket's own
+    // write notifier sends the rest as the peer reads.
+    if (m_localSocket)
+        m_localSocket->flush();
+    else if (m_tcpSocket)
+        m_tcpSocket->flush();
 }
 
 qint64 SocketConnection::bytesToWrite() const

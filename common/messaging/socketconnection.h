@@ -21,9 +21,11 @@ class QTcpSocket;
 // time is reported with invokeTimeout() and the rest of that call is skipped.
 //
 // Writing is buffered in the socket: writeMessage()/writeBytes() queue complete messages, flush()
-// waits (blocking, with a limit) until the socket has handed them to the system, and
+// waits (blocking, with a limit) until the socket has handed them to the system,
 // writeBytesNow() pushes what the system takes right now and leaves the rest to the event loop
-// (used for signals, where one stalled subscriber must not block the sender).
+// (used for signals, where one stalled subscriber must not block the sender), and
+// scheduleFlush() hands everything queued during the current event-loop turn to the system in
+// one go once that turn is over (used for calls without reply: a burst of them costs one write).
 //
 // A connection belongs to the thread that created it, like its socket.
 class SocketConnection : public QObject
@@ -45,6 +47,8 @@ public:
     };
 
     static constexpr int kDefaultInvokeTimeoutMs = 5000;
+    // How long a connection that is being deleted waits to hand its queued bytes to the system.
+    static constexpr int kClosingFlushTimeoutMs = 2000;
 
     // An unconnected socket of the given type; connect it with connectToLocalServer() or
     // connectToTcpServer(). Any other type is refused: isValid() is false.
@@ -73,6 +77,8 @@ public:
     FlushResult flush(int timeoutMs);
     // Queues the bytes and hands as many to the system as it takes without waiting.
     bool writeBytesNow(const QByteArray& bytes);
+    // Pushes the queued bytes out, without waiting, when control is back in the event loop.
+    void scheduleFlush();
     qint64 bytesToWrite() const;
 
     // Blocks until bytes arrive (or the limit passes) and parses them; used by a caller that
@@ -104,6 +110,7 @@ private slots:
     void onReadyRead();
     void onInvokeTimerFired();
     void onSocketDisconnected();
+    void onFlushTimerFired();
 
 private:
     void attachSocket();
@@ -116,6 +123,7 @@ private:
     QIODevice* m_device = nullptr;
     SocketMessageParser m_parser;
     QTimer m_invokeTimer;
+    QTimer m_flushTimer;           // zero-time single shot: the end of the event-loop turn
     bool m_callInProgress = false; // a call with reply whose name has been read is not complete yet
     quint16 m_callQueryId = 0;
     qint64 m_bytesRead = 0;

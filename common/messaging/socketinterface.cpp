@@ -281,6 +281,11 @@ bool SocketInterface::sendCall(CallMode mode, const QByteArray& methodName,
     }
 
     const bool blocking = mode == Block;
+    if (!blocking && m_connection->bytesToWrite() <= kMaxQueuedBytes) {
+        // No wait on the event loop: the calls of this turn leave in one write once it ends.
+        m_connection->scheduleFlush();
+        return true;
+    }
     switch (m_connection->flush(blocking ? m_blockingFlushTimeoutMs : m_nonBlockingFlushTimeoutMs)) {
     case SocketConnection::FlushResult::Flushed:
         return true;

@@ -46,7 +46,8 @@ public:
     enum CallMode
     {
         Block = 0,  // call with reply: waits for and returns the service's answer
-        NoBlock = 1 // call without reply: returns once the bytes are on their way
+        NoBlock = 1 // call without reply: returns once the bytes are queued; they go out together
+                    // with the other calls of this event-loop turn when it ends
     };
 
     // Receives the reply of a callback call: ok is false for a failure reply, a lost connection
@@ -56,6 +57,9 @@ public:
     static constexpr int kConnectTimeoutMs = 120000;
     static constexpr int kBlockingFlushTimeoutMs = 120000;
     static constexpr int kNonBlockingFlushTimeoutMs = 2000;
+    // Bytes of calls without reply that may wait in the socket for a peer that reads slowly;
+    // beyond it a call waits (up to the non-blocking flush limit) for the peer to catch up.
+    static constexpr qint64 kMaxQueuedBytes = 1024 * 1024;
     static constexpr int kReplyTimeoutMs = 120000;
     static constexpr int kStillWaitingNoticeMs = 5000;
 

@@ -244,6 +244,41 @@ private slots:
         QVERIFY(log.contains("non-blocking call to store delayed, continuing"));
     }
 
+    // Calls without reply queue up without waiting for the peer and leave together; a client
+    // that goes away right after one still delivers it.
+    void nonBlockingCallsLeaveTogetherWithoutWaiting()
+    {
+        QLocalServer stalled; // accepts, never reads
+        QVERIFY(stalled.listen(m_fx->dir.path() + "/com.orlux.test.stalled"));
+        SocketInterface slowPeer(SocketConnection::LocalSocket, "com.orlux.test.stalled", m_fx->dir.path());
+        QVERIFY(slowPeer.isValid());
+        slowPeer.setNonBlockingFlushTimeout(50);
+
+        LogCapture log;
+        // About 800 KiB: far more than the system buffers of a socket hold, below the queue's bound.
+        const QString chunk(400, QLatin1Char('v'));
+        for (int i = 0; i < 1000; ++i)
+            slowPeer.call(SocketInterface::NoBlock, "store", chunk);
+        QVERIFY2(!slowPeer.hasError(), qPrintable(slowPeer.errorText()));
+        QVERIFY(!log.contains("delayed"));
+        // Gone for good: the client's last flush must not wait for it.
+        QVERIFY(stalled.hasPendingConnections() || stalled.waitForNewConnection(5000));
+        std::unique_ptr<QLocalSocket> accepted(stalled.nextPendingConnection());
+        QVERIFY(accepted);
+        accepted->abort();
+
+        auto client = m_fx->connect();
+        QStringList expected;
+        for (int i = 0; i < 300; ++i) {
+            expected << QString::number(i);
+            client->call(SocketInterface::NoBlock, "record", expected.last());
+        }
+        client->call(SocketInterface::NoBlock, "record", QStringLiteral("last words"));
+        client.reset(); // deleted before the event loop ran once
+        expected << QStringLiteral("last words");
+        QTRY_COMPARE(m_fx->echo()->recorded(), expected);
+    }
+
     void callFromWrongThreadIsRefused()
     {
         LogCapture log;
