@@ -84,6 +84,7 @@ void ConfigCache::onAllConfigValues(quint64 generation, bool ok, const SocketArg
     }
     m_changedBeforeReady.clear();
     m_ready = true;
+    ++m_revision;
     LOG_INFO << "ConfigCache ready with" << m_values.size() << "values";
     emit ready();
 }
@@ -100,6 +101,7 @@ QString ConfigCache::getConfigValue(const QString& key, bool* ok) const
 void ConfigCache::setConfigValueNonblock(const QString& key, const QString& value, bool persistent)
 {
     m_values.insert(key, value);
+    ++m_revision;
     if (!m_ready)
         m_changedBeforeReady.insert(key);
     if (!isConnected()) {
@@ -114,6 +116,7 @@ void ConfigCache::setConfigValueNonblock(const QString& key, const QString& valu
 void ConfigCache::onConfigValueChanged(QString key, QString value, bool persistent)
 {
     m_values.insert(key, value);
+    ++m_revision;
     if (!m_ready)
         m_changedBeforeReady.insert(key);
     emit configValueChanged(key, value, persistent);

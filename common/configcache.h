@@ -54,6 +54,9 @@ public:
     // Whether the key has a value (possibly empty).
     bool contains(const QString& key) const { return m_values.contains(key); }
     QMap<QString, QString> allConfigValues() const { return m_values; }
+    // Counts every change of the cached values; a reader that keeps something derived from them
+    // compares it to tell whether its copy is still current.
+    quint64 revision() const { return m_revision; }
 
     // Writes a value to the hub's store (persistent: kept across restarts of the hub).
     void setConfigValueNonblock(const QString& key, const QString& value, bool persistent);
@@ -73,6 +76,7 @@ private:
     QPointer<SocketInterface> m_database;
     quint64 m_generation = 0; // tells the reply of the current connection from older ones
     QMap<QString, QString> m_values;
+    quint64 m_revision = 0;
     QSet<QString> m_changedBeforeReady;
     bool m_ready = false;
 };

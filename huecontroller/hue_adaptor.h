@@ -2,6 +2,7 @@
 
 #include "common/messaging/socketadaptorwithping.h"
 #include "hue_clock.h"
+#include "hue_datapoints.h"
 #include "kova/kovacommon/internalid.h"
 
 #include <QByteArray>
@@ -53,6 +54,8 @@ public:
     // Sends an output value unless the same text was sent last for that datapoint; colours are
     // reformatted as hexadecimal for the hub.
     void emitSendDatapointValue(const InternalId& id, const QString& value);
+    // The same for a caller that knows which output the identifier stands for.
+    void emitSendDatapointValue(const InternalId& id, const QString& value, EOutputDatapoint datapoint);
     void emitConfirmDataPointValueChanged(int token, int result);
     void emitLifeSign(const InternalId& id);
     void emitUnresponsive(const InternalId& id);

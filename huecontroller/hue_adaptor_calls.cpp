@@ -18,15 +18,23 @@ namespace {
 const char kBackendService[] = "com.orlux.tamsa.backend";
 
 // The hub shows colours as hexadecimal; the controller hands them over as decimal numbers.
+// Written by hand: it runs for two values of every change of a colour lamp.
 QString hexColor(const QString& decimal, int digits)
 {
     bool ok = false;
-    const quint32 value = decimal.toUInt(&ok, 10);
+    quint32 value = decimal.toUInt(&ok, 10);
     if (!ok) {
         LOG_WARNING << "colour value is not a number, sent as it is:" << decimal;
         return decimal;
     }
-    return QStringLiteral("%1").arg(value, digits, 16, QLatin1Char('0'));
+    static const char kDigits[] = "0123456789abcdef";
+    QChar text[8];
+    int length = 0;
+    for (quint32 rest = value; rest != 0 || length == 0; rest >>= 4)
+        text[7 - length++] = QLatin1Char(kDigits[rest & 0xf]);
+    while (length < digits)
+        text[7 - length++] = QLatin1Char('0');
+    return QString(text + 8 - length, length);
 }
 } // namespace
 
@@ -46,29 +54,34 @@ void HueAdaptor::emitRegisterDevice(const InternalId& id, const QByteArray& desc
 
 void HueAdaptor::emitSendDatapointValue(const InternalId& id, const QString& value)
 {
+    const auto cached = m_datapointCache.constFind(id);
+    if (cached != m_datapointCache.constEnd() && *cached == value)
+        return;
+    const CLight* light =
+        m_controller ? m_controller->lightByDeviceSerial(InternalId::makeDeviceSerial(id)) : nullptr;
+    const EOutputDatapoint datapoint =
+        light && light->device() ? light->device()->outputDatapointForIndex(id.getIndex()) : ODP_INVALID;
+    emitSendDatapointValue(id, value, datapoint);
+}
+
+void HueAdaptor::emitSendDatapointValue(const InternalId& id, const QString& value,
+                                        EOutputDatapoint datapoint)
+{
     ProfileScope profile("HueAdaptor::emitSendDatapointValue");
     const auto cached = m_datapointCache.constFind(id);
     if (cached != m_datapointCache.constEnd() && *cached == value)
         return;
 
     QString sent = value;
-    const CLight* light =
-        m_controller ? m_controller->lightByDeviceSerial(InternalId::makeDeviceSerial(id)) : nullptr;
-    if (light && light->device()) {
-        switch (light->device()->outputDatapointForIndex(id.getIndex())) {
-        case ODP_INFO_HSV_COLOR:
-            sent = hexColor(value, 8);
-            break;
-        case ODP_INFO_RGB_COLOR:
-            sent = hexColor(value, 6);
-            break;
-        default:
-            break;
-        }
-    }
+    if (datapoint == ODP_INFO_HSV_COLOR)
+        sent = hexColor(value, 8);
+    else if (datapoint == ODP_INFO_RGB_COLOR)
+        sent = hexColor(value, 6);
 
-    LOG_DEBUG << QStringLiteral("%1: SendDP ").arg(m_traceTimer.elapsed(), 4, 10, QLatin1Char('0')) +
-                     id.toString() + QLatin1Char('=') + sent;
+    if (isLogKindEnabled(LogDebug)) {
+        LOG_DEBUG << QStringLiteral("%1: SendDP ").arg(m_traceTimer.elapsed(), 4, 10, QLatin1Char('0')) +
+                         id.toString() + QLatin1Char('=') + sent;
+    }
     if (m_communication) {
         m_communication->call(SocketInterface::NoBlock, QStringLiteral("sendDataPoint"), id, sent);
         checkCommunicationCall("Call to database sendDataPoint failed");

@@ -284,10 +284,13 @@ private:
     // False when the value is no KNX scaling speed.
     bool timedDimming(CBridge* bridge, CLight* light, const QByteArray& hueId, const QString& value);
     void sendOutputValue(const CLight& light, EOutputDatapoint datapoint, const QString& text);
+    // What sendDataPointValue() checks once the bridge is known: ignored, not paired.
+    bool mayReportValues(const CBridge& bridge, const InternalId& id) const;
     // A pinned bridge showed another certificate.
     void certificateChanged(const QByteArray& bridgeId);
-    // Colour mode, colour temperature, RGB and HSV, as far as the light type has them.
-    void sendColorValues(const CLight& light);
+    // Colour mode, colour temperature, RGB and HSV, as far as the light type has them; after a
+    // change of the brightness alone only RGB and HSV, the two that carry it.
+    void sendColorValues(const CLight& light, bool brightnessOnly = false);
     // Every output value and the attributes of a light, as after registration.
     void sendCurrentValues(const CLight& light);
     // Registers the light's device with its description, then sends its current values.
@@ -297,6 +300,13 @@ private:
 
     bool m_night = false;
     bool m_lightRemovedByHub = false; // set while the hub's removal of a device deletes its light
+    // bridgeState() answers by bridge id, valid while the configuration's revision is unchanged.
+    struct CachedBridgeState
+    {
+        quint64 revision;
+        EBridgeState state;
+    };
+    mutable QHash<QByteArray, CachedBridgeState> m_bridgeStates;
 };
 
 // The current form of a bridge id: 16 lower-case hexadecimal characters. An old UPnP UUID

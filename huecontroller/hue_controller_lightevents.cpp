@@ -66,9 +66,11 @@ void CController::changedLight(CLight* light, ChangeFlags flags)
         changedLightOn(*light, light->isOn());
     if (flags.testFlag(ChangedBrightness))
         changedBrightness(*light, state.vnBrightness());
-    // The HSV form carries the brightness, so a brightness change re-sends the colour as well.
-    if (flags & (ChangedBrightness | ChangedColor | ChangedColorMode))
+    // RGB and HSV carry the brightness, so a brightness change re-sends those two as well.
+    if (flags & (ChangedColor | ChangedColorMode))
         sendColorValues(*light);
+    else if (flags.testFlag(ChangedBrightness))
+        sendColorValues(*light, true);
     if (flags.testFlag(ChangedReachable)) {
         // A lamp that is back is alive again at once, not only at the next round of life signs.
         if (light->bridge()->lightDataOf(light->hueId()).reachable)

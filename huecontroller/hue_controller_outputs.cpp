@@ -28,8 +28,19 @@ QString hsvText(const CLight::State& state)
 void CController::sendOutputValue(const CLight& light, EOutputDatapoint datapoint, const QString& text)
 {
     const InternalId id = getOutputDatapointSerial(light, kChannel, datapoint);
-    if (id.isValid())
-        sendDataPointValue(id, text);
+    if (!id.isValid())
+        return;
+    // The light is at hand: no lookup of its bridge and light by the identifier, as
+    // sendDataPointValue() needs, for each of the values a change sends.
+    const CBridge* bridge = light.bridge();
+    if (!bridge) {
+        LOG_WARNING << "deviceId not found:" << id;
+        return;
+    }
+    if (!mayReportValues(*bridge, id))
+        return;
+    if (HueAdaptor* hub = HueAdaptor::instance())
+        hub->emitSendDatapointValue(id, text, datapoint);
 }
 
 void CController::changedLightOn(const CLight& light, bool on)
@@ -97,15 +108,17 @@ void CController::changedTimedDimming(const CLight& light, double percent, int d
                     QStringLiteral("%1t+%2").arg(qRound(percent)).arg(qint64(duration) * 100));
 }
 
-void CController::sendColorValues(const CLight& light)
+void CController::sendColorValues(const CLight& light, bool brightnessOnly)
 {
     const CLight::State& state = light.velState();
     const CDevice* device = light.device();
     if (!device)
         return;
-    changedColorMode(light, state.colorMode());
-    if (device->supportsColorTemp())
-        changedColorTemperature(light, state.colorTemp());
+    if (!brightnessOnly) {
+        changedColorMode(light, state.colorMode());
+        if (device->supportsColorTemp())
+            changedColorTemperature(light, state.colorTemp());
+    }
     // Only a colour lamp has the gamut that turns its xy point into RGB.
     if (device->supportsColor()) {
         changedColorRgb(light, state.colorAsRGBString());

@@ -87,25 +87,32 @@ void CController::sendDataPointValue(const InternalId& id, const QString& value)
         LOG_WARNING << "deviceId not found:" << id;
         return;
     }
-    if (bridge->isIgnored()) {
-        LOG_DETAIL << "Ignoring sendDataPointValue on ignored bridge" << id;
+    if (!mayReportValues(*bridge, id))
         return;
-    }
-    const EBridgeState state = bridgeState(bridge->bridgeId());
-    if (state == BridgeStateInvalid) {
-        LOG_WARNING << "Tried to set datapoint for unknown bridge" << id;
-        return;
-    }
-    if (state != BridgeStatePaired) {
-        LOG_WARNING << "Tried to set datapoint for unpaired bridge" << id;
-        return;
-    }
     if (!lightByDeviceSerial(device)) {
         LOG_WARNING << "light not found" << id;
         return;
     }
     if (HueAdaptor* hub = HueAdaptor::instance())
         hub->emitSendDatapointValue(id, value);
+}
+
+bool CController::mayReportValues(const CBridge& bridge, const InternalId& id) const
+{
+    if (bridge.isIgnored()) {
+        LOG_DETAIL << "Ignoring sendDataPointValue on ignored bridge" << id;
+        return false;
+    }
+    const EBridgeState state = bridgeState(bridge.bridgeId());
+    if (state == BridgeStateInvalid) {
+        LOG_WARNING << "Tried to set datapoint for unknown bridge" << id;
+        return false;
+    }
+    if (state != BridgeStatePaired) {
+        LOG_WARNING << "Tried to set datapoint for unpaired bridge" << id;
+        return false;
+    }
+    return true;
 }
 
 } // namespace hue

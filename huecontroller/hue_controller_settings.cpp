@@ -48,13 +48,20 @@ EBridgeState bridgeStateFromText(const QString& text)
 
 EBridgeState CController::bridgeState(const QByteArray& bridgeId) const
 {
+    // Asked for every output value sent; the answer only changes with the configuration.
+    const quint64 revision = ConfigCache::instance()->revision();
+    const auto cached = m_bridgeStates.constFind(bridgeId);
+    if (cached != m_bridgeStates.constEnd() && cached->revision == revision)
+        return cached->state;
     bool ok = false;
     const QString text = readValue(key("hueBridges/", bridgeId), &ok);
     if (!ok) {
         LOG_ERROR << "bridgeState query for" << bridgeId << "failed";
         return BridgeStateInvalid;
     }
-    return bridgeStateFromText(text);
+    const EBridgeState state = bridgeStateFromText(text);
+    m_bridgeStates.insert(bridgeId, CachedBridgeState{revision, state});
+    return state;
 }
 
 void CController::setBridgeState(const QString& bridgeId, EBridgeState state)

@@ -19,6 +19,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <iterator>
 #include <memory>
 
 using hue::HueAdaptor;
@@ -35,6 +36,7 @@ private slots:
     void stageZeroWithoutHub();
     void ownPrefixOnly();
     void outputValueCache();
+    void colourOutputsAreHexadecimal();
     void networkStability();
     void mdnsAnnouncements_data();
     void mdnsAnnouncements();
@@ -68,7 +70,8 @@ void TestAdaptor::init()
     m_hub = std::make_unique<HubSimulator>(options);
     QVERIFY(m_hub->start());
     m_events.clear();
-    connect(m_hub->events(), &HubEventLog::posted, this, [this](const QVariantMap& e) { m_events.append(e); });
+    connect(m_hub->events(), &HubEventLog::posted, this,
+            [this](const QVariantMap& e) { m_events.append(e); });
 
     m_controller = std::make_unique<hue::CController>();
     m_adaptor = std::make_unique<HueAdaptor>();
@@ -109,7 +112,8 @@ void TestAdaptor::runStages()
     QCOMPARE(m_adaptor->currentStage(), 0);
     QVERIFY(m_adaptor->communicationService() && m_adaptor->databaseService() && m_adaptor->systemService());
     QTRY_COMPARE(hubEvents("ping").size(), 1);
-    QCOMPARE(hubEvents("ping").first().value("module").toString(), QStringLiteral("com.orlux.tamsa.huecontroller"));
+    QCOMPARE(hubEvents("ping").first().value("module").toString(),
+             QStringLiteral("com.orlux.tamsa.huecontroller"));
 
     // A repeated stage is refused without a heartbeat.
     m_adaptor->run(0);
@@ -118,7 +122,8 @@ void TestAdaptor::runStages()
     m_adaptor->run(3);
     QVERIFY(ConfigCache::instance()->isReady());
     QVERIFY(m_adaptor->upnpListener() && m_adaptor->upnpListener()->isWatching());
-    QTRY_VERIFY(m_hub->system()->isWatched(QStringLiteral("ssdp"), QStringLiteral("urn:schemas-upnp-org:device:basic:1")));
+    QTRY_VERIFY(m_hub->system()->isWatched(QStringLiteral("ssdp"),
+                                           QStringLiteral("urn:schemas-upnp-org:device:basic:1")));
 
     m_adaptor->run(1);
     QVERIFY(m_adaptor->isRunning());
@@ -192,6 +197,34 @@ void TestAdaptor::outputValueCache()
     QVERIFY(!m_adaptor->datapointCache().contains(otherLight));
 }
 
+void TestAdaptor::colourOutputsAreHexadecimal()
+{
+    runUpTo(0);
+    LogCapture log;
+    const InternalId light = InternalId::makeDeviceSerial(0xBEED, 0x20005);
+    const struct
+    {
+        hue::EOutputDatapoint datapoint;
+        const char* decimal;
+        const char* sent;
+    } rows[] = {
+        {hue::ODP_INFO_HSV_COLOR, "255", "000000ff"},        {hue::ODP_INFO_RGB_COLOR, "255", "0000ff"},
+        {hue::ODP_INFO_RGB_COLOR, "16777215", "ffffff"},     {hue::ODP_INFO_HSV_COLOR, "0", "00000000"},
+        {hue::ODP_INFO_RGB_COLOR, "4294967295", "ffffffff"}, {hue::ODP_INFO_HSV_COLOR, "12ab", "12ab"},
+        {hue::ODP_INFO_ACTUAL_DIMMING_VALUE, "255", "255"},
+    };
+    quint8 index = 0;
+    for (const auto& row : rows) {
+        const InternalId id = InternalId::makeOutputDataPointSerial(light, 0, index++);
+        m_adaptor->emitSendDatapointValue(id, QString::fromLatin1(row.decimal), row.datapoint);
+    }
+    QTRY_COMPARE(hubEvents("sendDataPoint").size(), int(std::size(rows)));
+    for (int i = 0; i < int(std::size(rows)); ++i)
+        QCOMPARE(hubEvents("sendDataPoint").at(i).value("value").toString(),
+                 QString::fromLatin1(rows[i].sent));
+    QVERIFY(log.contains("colour value is not a number, sent as it is: 12ab"));
+}
+
 void TestAdaptor::networkStability()
 {
     LogCapture log;
@@ -221,12 +254,16 @@ void TestAdaptor::mdnsAnnouncements_data()
     QTest::addColumn<bool>("admitted");
 
     const QStringList txt{"modelid=BSB002", "bridgeid=001788fffe6a3b2c"};
-    QTest::addRow("announced") << true << true << QByteArray("_hue._tcp") << QByteArray("127.0.0.1") << txt << true;
-    QTest::addRow("before stage 1") << false << true << QByteArray("_hue._tcp") << QByteArray("127.0.0.1") << txt
-                                    << false;
-    QTest::addRow("removed") << true << false << QByteArray("_hue._tcp") << QByteArray("127.0.0.1") << txt << false;
-    QTest::addRow("other type") << true << true << QByteArray("_hap._tcp") << QByteArray("127.0.0.1") << txt << false;
-    QTest::addRow("link-local") << true << true << QByteArray("_hue._tcp") << QByteArray("fe80::1") << txt << false;
+    QTest::addRow("announced") << true << true << QByteArray("_hue._tcp") << QByteArray("127.0.0.1") << txt
+                               << true;
+    QTest::addRow("before stage 1") << false << true << QByteArray("_hue._tcp") << QByteArray("127.0.0.1")
+                                    << txt << false;
+    QTest::addRow("removed") << true << false << QByteArray("_hue._tcp") << QByteArray("127.0.0.1") << txt
+                             << false;
+    QTest::addRow("other type") << true << true << QByteArray("_hap._tcp") << QByteArray("127.0.0.1") << txt
+                                << false;
+    QTest::addRow("link-local") << true << true << QByteArray("_hue._tcp") << QByteArray("fe80::1") << txt
+                                << false;
     QTest::addRow("no bridge id") << true << true << QByteArray("_hue._tcp") << QByteArray("127.0.0.1")
                                   << QStringList{"modelid=BSB002", "BridgeID=001788fffe6a3b2c"} << false;
     QTest::addRow("empty bridge id") << true << true << QByteArray("_hue._tcp") << QByteArray("127.0.0.1")
@@ -271,14 +308,30 @@ void TestAdaptor::debugCommandMessages_data()
     QTest::addColumn<QString>("datapoint");
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("answer");
-    QTest::addRow("keyword") << "dim" << "1" << "Invalid datapoint dim, must be one of on, ct, bri, sat, hue, hsv, rgb";
-    QTest::addRow("on") << "on" << "2" << "on must be 0 or 1";
-    QTest::addRow("bri") << "bri" << "101" << "bri must be an float value between 0..100";
-    QTest::addRow("sat") << "sat" << "x" << "sat must be an float value between 0..100";
-    QTest::addRow("hue") << "hue" << "-1" << "hue must be an float value between 0..100";
-    QTest::addRow("ct") << "ct" << "" << "ct must be a double value between 0..100";
-    QTest::addRow("hsv") << "hsv" << "12345" << "hsv must be a 32 bit hex value (hhhhssbb)";
-    QTest::addRow("no bridge") << "on" << "1" << "Bridge not found";
+    QTest::addRow("keyword") << "dim"
+                             << "1"
+                             << "Invalid datapoint dim, must be one of on, ct, bri, sat, hue, hsv, rgb";
+    QTest::addRow("on") << "on"
+                        << "2"
+                        << "on must be 0 or 1";
+    QTest::addRow("bri") << "bri"
+                         << "101"
+                         << "bri must be an float value between 0..100";
+    QTest::addRow("sat") << "sat"
+                         << "x"
+                         << "sat must be an float value between 0..100";
+    QTest::addRow("hue") << "hue"
+                         << "-1"
+                         << "hue must be an float value between 0..100";
+    QTest::addRow("ct") << "ct"
+                        << ""
+                        << "ct must be a double value between 0..100";
+    QTest::addRow("hsv") << "hsv"
+                         << "12345"
+                         << "hsv must be a 32 bit hex value (hhhhssbb)";
+    QTest::addRow("no bridge") << "on"
+                               << "1"
+                               << "Bridge not found";
 }
 
 void TestAdaptor::debugCommandMessages()

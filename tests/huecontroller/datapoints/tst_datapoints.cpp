@@ -379,6 +379,11 @@ void TestDatapoints::refusals_data()
          {"ignored, write", "ignored", "write", "BEED00010001/ch0000/idp0000",
           "Ignoring dataPointValueChanged"},
          {"unpaired", "pair", "send", "BEED00010001", "Tried to set datapoint for unpaired bridge"},
+         {"light's own output", "", "change", "BEED00010001", ""},
+         {"light's own output, unpaired", "pair", "change", "BEED00010001",
+          "Tried to set datapoint for unpaired bridge"},
+         {"light's own output, ignored", "ignored", "change", "BEED00010001",
+          "Ignoring sendDataPointValue on ignored bridge"},
          {"unknown state", "bogus", "send", "BEED00010001", "Tried to set datapoint for unknown bridge"},
          {"no such bridge", "", "send", "BEED00050001", "deviceId not found:"},
          {"no such light", "", "send", "BEED00010009", "light not found"},
@@ -407,8 +412,11 @@ void TestDatapoints::refusals()
     timer.setProperty("hueLightSerial", row[2]);
     connect(&timer, &QTimer::timeout, m_controller.get(), &CController::dimTimerFired);
     LogCapture log;
+    const InternalId error = m_controller->getOutputDatapointSerial(*light(), 0, hue::ODP_INFO_ERROR);
     if (row[1] == "send")
         m_controller->sendDataPointValue(output, "42");
+    else if (row[1] == "change")
+        emit m_bridge->lightChangeFailed(light(), true);
     else if (row[1] == "write")
         QVERIFY(!m_controller->dataPointValueChanged(id, "1"));
     else if (row[1] == "light")
@@ -417,6 +425,7 @@ void TestDatapoints::refusals()
         QMetaObject::invokeMethod(row[2].isEmpty() ? static_cast<QObject*>(m_controller.get()) : &timer,
                                   row[2].isEmpty() ? "dimTimerFired" : "timeout");
     QCOMPARE(m_adaptor->datapointCache().value(output) == "42", row[1] == "send" && row[3].isEmpty());
+    QCOMPARE(m_adaptor->datapointCache().value(error) == "1", row[1] == "change" && row[3].isEmpty());
     QVERIFY2(row[3].isEmpty() || log.contains(row[3].toUtf8()), qPrintable(row[3]));
 }
 
