@@ -77,7 +77,10 @@ bool dumpCollectorCallback(const google_breakpad::MinidumpDescriptor& descriptor
                            bool succeeded)
 {
     // Runs in the signal handler of the crashed process: async-signal-safe calls only, no
-    // allocation, no Qt, no logging. The collector is not waited for; it outlives us.
+    // allocation, no Qt, no new log lines. The lines still queued for the log writer go out
+    // first, from this thread: they say what led up to the crash. The collector is not waited
+    // for; it outlives us.
+    flushLoggingAfterCrash();
     if (fork() == 0) {
         execlp("dump-collector", "dump-collector", crashModuleName, descriptor.path(),
                static_cast<char*>(nullptr));

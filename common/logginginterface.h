@@ -36,7 +36,8 @@ class InternalId;
 // dropped and a warning later says how many. Before initLogging and after shutdownLogging,
 // lines are written to standard error at once.
 
-// Opens the system log, installs the Qt message handler (qDebug, qWarning, ... become log
+// Starts the log writer (its thread connects to the system log with the first line), installs
+// the Qt message handler (qDebug, qWarning, ... become log
 // lines with their file and line) and sets the Qt category rules. `debug` and `trace` switch
 // detailed logging on; `verbose` copies every line to standard error; `extra` puts a wall-clock
 // time stamp in front of the lines on standard error (the system log stamps its own).
