@@ -84,6 +84,9 @@ void measureLatency(const QString& servicePath, const QString& folder, const QSt
     CostStormShape shape;
     shape.seconds = seconds;
     shape.intervalMs = figure->intervalMs;
+    // Under API v1 the service may take turns among its bridges: a change can wait for several
+    // poll periods.
+    shape.drainLimitMs = firmware == BridgeFirmware::Api1 ? 7000 : 3000;
     for (int run = 0; run < runs; ++run) {
         figure->runs.push_back(runCostStorm(system, lights, shape));
         if (!figure->runs.back().error.isEmpty()) {

@@ -365,11 +365,11 @@ QString formatCostReport(const CostReport& report)
                 out << "largest private mappings with 5 x 50 lights (KiB private, of them dirty; mapping "
                        "size):\n";
                 for (const PrivateMapping& mapping : cost.mappings)
-                    out << QStringLiteral("  %1 %2  %3 KiB  %4\n")
+                    out << QStringLiteral("  %1 %2  %3 KiB  %4  %5\n")
                                .arg(mapping.privateKiB, 7)
                                .arg(mapping.privateDirtyKiB, 7)
                                .arg(mapping.sizeKiB, 7)
-                               .arg(mapping.name);
+                               .arg(mapping.permissions, mapping.name);
             }
         }
     }

@@ -73,6 +73,7 @@ std::vector<PrivateMapping> largestPrivateMappings(qint64 pid, int count)
         if (isMappingHeader(line)) {
             const QList<QByteArray> fields = line.simplified().split(' ');
             PrivateMapping mapping;
+            mapping.permissions = QString::fromLatin1(fields.value(1));
             mapping.name = fields.size() > 5 ? QString::fromLocal8Bit(fields.mid(5).join(' '))
                                              : QStringLiteral("[anon]");
             mappings.push_back(mapping);

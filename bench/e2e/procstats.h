@@ -21,7 +21,8 @@ qint64 uniqueKiB(qint64 pid);
 // One mapping of /proc/<pid>/smaps with its private pages (Private_Clean + Private_Dirty).
 struct PrivateMapping
 {
-    QString name; // the path, [heap], [stack], or [anon] for a mapping without a name
+    QString name;        // the path, [heap], [stack], or [anon] for a mapping without a name
+    QString permissions; // "r-xp": code, "rw-p": data, "r--p": read-only data or relocations
     qint64 sizeKiB = 0;
     qint64 privateKiB = 0;
     qint64 privateDirtyKiB = 0;
