@@ -363,7 +363,7 @@ QString formatCostReport(const CostReport& report)
             }
             if (!cost.mappings.empty()) {
                 out << "largest private mappings with 5 x 50 lights (KiB private, of them dirty; mapping "
-                       "size):\n";
+                       "size; permissions; what):\n";
                 for (const PrivateMapping& mapping : cost.mappings)
                     out << QStringLiteral("  %1 %2  %3 KiB  %4  %5\n")
                                .arg(mapping.privateKiB, 7)
