@@ -63,6 +63,8 @@ On a crash it writes a minidump to /tmp and starts
 it the dump is removed). See /usr/share/doc/huecontroller/README.dump-collector.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME huecontroller-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)
+# hubsim's store loads Qt's SQLite driver as a plugin, which no binary links.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS libqt5sql5-sqlite)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION
 "Development and test tools for huecontroller
 hubsim (the hub's services and supervisor on a socket folder), its client

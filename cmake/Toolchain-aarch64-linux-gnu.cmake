@@ -25,7 +25,21 @@ set(CMAKE_IGNORE_PATH /usr/lib/x86_64-linux-gnu /lib/x86_64-linux-gnu)
 # pkg-config (cpp-httplib) reads the arm64 .pc files and the architecture-independent ones.
 set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig")
 
+# Test programs that start children through QProcess get cmake/qemu/nopidfd.c preloaded: without
+# it Qt's forkfd picks clone(CLONE_PIDFD), which qemu-user 7.2 refuses. The preload is set in
+# the emulated program's environment, so the aarch64 children it starts (through binfmt_misc,
+# see scripts/cross) inherit it. Built here, once per configure, outside try_compile projects.
 find_program(HUE_QEMU_AARCH64 NAMES qemu-aarch64-static qemu-aarch64)
-if(HUE_QEMU_AARCH64)
-    set(CMAKE_CROSSCOMPILING_EMULATOR "${HUE_QEMU_AARCH64}")
+get_property(_hue_in_try_compile GLOBAL PROPERTY IN_TRY_COMPILE)
+if(HUE_QEMU_AARCH64 AND NOT _hue_in_try_compile)
+    set(_hue_preload "${CMAKE_BINARY_DIR}/qemu/libnopidfd.so")
+    file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/qemu")
+    execute_process(
+        COMMAND ${CMAKE_C_COMPILER} -shared -fPIC -O2 -Wall -Wextra -Werror
+                -o "${_hue_preload}" "${CMAKE_CURRENT_LIST_DIR}/qemu/nopidfd.c" -ldl
+        RESULT_VARIABLE _hue_preload_result)
+    if(NOT _hue_preload_result EQUAL 0)
+        message(FATAL_ERROR "Could not build ${_hue_preload} for the tests under qemu")
+    endif()
+    set(CMAKE_CROSSCOMPILING_EMULATOR "${HUE_QEMU_AARCH64};-E;LD_PRELOAD=${_hue_preload}")
 endif()
