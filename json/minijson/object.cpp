@@ -48,7 +48,8 @@ void CObject::rebuildIndex()
         m_index.shrink_to_fit();
         return;
     }
-    std::size_t slots = 2 * kIndexedFrom;
+    // A power of two, so that the mask reaches every slot and probing visits them all.
+    std::size_t slots = 64;
     while (slots < 2 * m_members.size())
         slots *= 2;
     m_index.assign(slots, 0);
