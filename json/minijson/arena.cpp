@@ -4,13 +4,6 @@
 #include <cstdlib>
 
 namespace minijson::detail {
-namespace {
-
-// Later blocks double in size up to this, so that a large document needs few of them.
-constexpr std::size_t kLargestChunk = std::size_t(1) << 20;
-
-} // namespace
-
 Arena::~Arena()
 {
     while (m_chunks) {
@@ -31,7 +24,7 @@ void Arena::grow(std::size_t size)
     m_chunks = chunk;
     m_pos = reinterpret_cast<char*>(chunk + 1);
     m_end = m_pos + payload;
-    m_nextChunk = std::min(payload * 2, std::max(payload, kLargestChunk));
+    m_nextChunk = m_laterChunks;
 }
 
 ArenaOwner::~ArenaOwner()

@@ -14,8 +14,12 @@ namespace minijson::detail {
 class Arena
 {
 public:
-    // `firstChunk`: the size of the first block, which is taken only when the first value needs it.
-    explicit Arena(std::size_t firstChunk) noexcept : m_nextChunk(firstChunk) {}
+    // The sizes of the first block, which is taken only when the first value needs it, and of
+    // every later one.
+    Arena(std::size_t firstChunk, std::size_t laterChunks) noexcept
+        : m_nextChunk(firstChunk), m_laterChunks(laterChunks)
+    {
+    }
     ~Arena();
     Arena(const Arena&) = delete;
     Arena& operator=(const Arena&) = delete;
@@ -39,6 +43,7 @@ public:
         std::swap(m_pos, other.m_pos);
         std::swap(m_end, other.m_end);
         std::swap(m_nextChunk, other.m_nextChunk);
+        std::swap(m_laterChunks, other.m_laterChunks);
     }
 
 private:
@@ -55,6 +60,7 @@ private:
     char* m_pos = nullptr;
     char* m_end = nullptr;
     std::size_t m_nextChunk;
+    std::size_t m_laterChunks;
 };
 
 } // namespace minijson::detail

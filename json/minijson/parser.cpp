@@ -89,7 +89,7 @@ class Reader
 public:
     explicit Reader(std::string_view text)
         : m_begin(text.data()), m_pos(m_begin), m_end(m_begin + text.size()),
-          m_arena(firstChunkFor(text.size()))
+          m_arena(firstChunkFor(text.size()), laterChunksFor(text.size()))
     {
     }
 
@@ -114,7 +114,7 @@ public:
         if (!atEnd())
             fail(position(), "Extra bytes at end of json");
         if (!m_arena.Empty()) {
-            auto arena = std::make_unique<detail::Arena>(0);
+            auto arena = std::make_unique<detail::Arena>(0, 0);
             arena->TakeFrom(m_arena);
             detail::ArenaOwner& owner = root->IsObject() ? detail::TreeAccess::ArenaOf(root->Object())
                                                          : detail::TreeAccess::ArenaOf(root->Array());
@@ -126,12 +126,18 @@ public:
 private:
     using Member = detail::TreeAccess::Member;
 
-    // Values take a few times the bytes of their text; later blocks grow from there.
+    // A parsed tree takes about eight times the bytes of its text (bridge replies take six to
+    // nine), so that one block usually holds all of it; a quarter of that more as needed.
     static std::size_t firstChunkFor(std::size_t length) noexcept
     {
         constexpr std::size_t kSmallest = 1024;
         constexpr std::size_t kLargest = std::size_t(1) << 20;
-        return length > kLargest / 4 ? kLargest : std::max(kSmallest, 4 * length);
+        return length > kLargest / 8 ? kLargest : std::max(kSmallest, 8 * length);
+    }
+
+    static std::size_t laterChunksFor(std::size_t length) noexcept
+    {
+        return std::max<std::size_t>(1024, firstChunkFor(length) / 4);
     }
 
     bool atEnd() const noexcept { return m_pos == m_end; }
