@@ -7,7 +7,8 @@
 # --install: every Depends of the service package must be installed on this machine; the
 # package is then installed with dpkg into a throwaway root (its own dpkg database; the
 # libraries come from this machine's root) and the service is started from there until it logs
-# its start line, then stopped with SIGINT.
+# its start line, then stopped with SIGINT. For arm64 that needs qemu-user registered with
+# binfmt_misc (scripts/cross does it).
 set -euo pipefail
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -36,28 +37,35 @@ done
 [ "$(field "$service" Package)" = huecontroller ] || fail "service package named $(field "$service" Package)"
 [ "$(field "$tools" Package)" = huecontroller-tools ] || fail "tools package named $(field "$tools" Package)"
 
+# Listings are read into variables first: with pipefail, "grep -q" ending a pipe early would
+# fail the writer with SIGPIPE.
 # Depends: what dpkg-shlibdeps found in the binaries' dynamic sections, with versions.
 depends_of() { field "$1" Depends | tr ',' '\n' | sed 's/^ *//; s/ *(.*//'; }
+service_depends=$(depends_of "$service")
+tools_depends=$(depends_of "$tools")
 for lib in libc6 libstdc++6 libqt5core5a libqt5network5 libqt5xml5; do
-    depends_of "$service" | grep -qx "$lib" || fail "service Depends lacks $lib: $(field "$service" Depends)"
+    grep -qx "$lib" <<<"$service_depends" || fail "service Depends lacks $lib: $(field "$service" Depends)"
 done
 for lib in libqt5sql5 libqt5sql5-sqlite libssl3 libcpp-httplib0.11; do
-    depends_of "$tools" | grep -qx "$lib" || fail "tools Depends lacks $lib: $(field "$tools" Depends)"
+    grep -qx "$lib" <<<"$tools_depends" || fail "tools Depends lacks $lib: $(field "$tools" Depends)"
 done
-field "$service" Description | grep -q "dump-collector" || fail "the description does not name the dump collector"
+description=$(field "$service" Description)
+grep -q "dump-collector" <<<"$description" || fail "the description does not name the dump collector"
 
 contents() { dpkg-deb --contents "$1" | awk '{print $6}' | sed 's|^\./|/|'; }
+service_files=$(contents "$service")
+tools_files=$(contents "$tools")
 expect=(/usr/bin/huecontroller /usr/share/doc/huecontroller/README.dump-collector)
 for f in "$repo"/huecontroller/data/hue/*.xml; do
     expect+=("/usr/share/huecontroller/hue/$(basename "$f")")
 done
 [ ${#expect[@]} -eq 12 ] || fail "expected ten light-type descriptions in the source, found $((${#expect[@]} - 2))"
 for f in "${expect[@]}"; do
-    contents "$service" | grep -qx "$f" || fail "service package lacks $f"
+    grep -qx "$f" <<<"$service_files" || fail "service package lacks $f"
 done
 for f in /usr/bin/hubsim /usr/bin/hubctl /usr/bin/hue-bridge-emulator; do
-    contents "$tools" | grep -qx "$f" || fail "tools package lacks $f"
-    contents "$service" | grep -qx "$f" && fail "service package holds $f"
+    grep -qx "$f" <<<"$tools_files" || fail "tools package lacks $f"
+    grep -qx "$f" <<<"$service_files" && fail "service package holds $f"
 done
 
 tmp=$(mktemp -d)
@@ -92,11 +100,15 @@ if [ "$install" = --install ]; then
     root="$tmp/root"
     mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates"
     touch "$root/var/lib/dpkg/status"
+    # The root's own database, told of the packages' architecture (arm64 beside amd64: the
+    # installed aarch64 service then runs under qemu-user through binfmt_misc).
+    [ "$arch" = "$(dpkg --print-architecture)" ] || dpkg --root="$root" --add-architecture "$arch"
     # The throwaway root's database knows none of this machine's packages: its dependencies
     # were checked above against this machine's.
     dpkg --root="$root" --force-depends --force-not-root --log=/dev/null -i "$service" >"$tmp/dpkg.log" 2>&1 ||
         { cat "$tmp/dpkg.log" >&2; fail "dpkg could not install $service"; }
-    dpkg --root="$root" -s huecontroller | grep -q '^Status: install ok installed' || fail "huecontroller not installed in the throwaway root"
+    status=$(dpkg --root="$root" -s huecontroller 2>&1 || true)
+    grep -q '^Status: install ok installed' <<<"$status" || fail "huecontroller not installed in the throwaway root"
     [ "$(ls "$root/usr/share/huecontroller/hue" | wc -l)" -eq 10 ] || fail "not ten descriptions in the throwaway root"
 
     config="$tmp/config/vorn"
@@ -107,7 +119,7 @@ if [ "$install" = --install ]; then
         "$root/usr/bin/huecontroller" 2>"$tmp/service.err" >/dev/null) &
     pid=$!
     for _ in $(seq 200); do
-        grep -qE ' start [0-9]+ [0-9]+$' "$tmp/service.err" && break
+        grep -qE ' start [0-9]+ [0-9]+$' "$tmp/service.err" 2>/dev/null && break
         kill -0 "$pid" 2>/dev/null || break
         sleep 0.1
     done
