@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <utility>
 
 namespace e2ebench {
 
@@ -87,12 +88,16 @@ void measureLatency(const QString& servicePath, const QString& folder, const QSt
     // Under API v1 the service may take turns among its bridges: a change can wait for several
     // poll periods.
     shape.drainLimitMs = firmware == BridgeFirmware::Api1 ? 7000 : 3000;
+    // A service that fell behind in the storm before gets this long to answer the priming.
+    shape.primeLimitMs = 20000;
     for (int run = 0; run < runs; ++run) {
-        figure->runs.push_back(runCostStorm(system, lights, shape));
-        if (!figure->runs.back().error.isEmpty()) {
-            figure->error = figure->runs.back().error;
+        CostStormRun result = runCostStorm(system, lights, shape);
+        if (!result.error.isEmpty()) {
+            // The runs so far stand; the figure says after how many it ended.
+            figure->error = QStringLiteral("run %1 of %2: %3").arg(run + 1).arg(runs).arg(result.error);
             return;
         }
+        figure->runs.push_back(std::move(result));
         pause(kRunGapMs);
     }
 }
