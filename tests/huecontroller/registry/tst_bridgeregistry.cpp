@@ -342,10 +342,15 @@ private slots:
         QCOMPARE(controller.bridgeCertDigest("001788fffe00aa01").size(), 32);
         // A foreign certificate is logged and stored once while it lasts; the bridge gets its
         // state back when the pinned certificate returns.
-        controller.setBridgeState(QStringLiteral("001788fffe00aa01"), BridgeStatePaired);
-        QTRY_COMPARE(controller.bridgeState("001788fffe00aa01"), BridgeStatePaired);
-        QTest::qWait(50); // the store's echo of that write has come back
         QSignalSpy stored(ConfigCache::instance(), &ConfigCache::configValueChanged);
+        controller.setBridgeState(QStringLiteral("001788fffe00aa01"), BridgeStatePaired);
+        // The store's echo of that write must be back before counting: late, it would turn the
+        // cached state back to "paired" after the refusal.
+        QTRY_VERIFY(std::any_of(stored.cbegin(), stored.cend(), [](const QList<QVariant>& change) {
+            return change.at(0).toString() == QLatin1String("hueBridges/001788fffe00aa01") &&
+                   change.at(1).toString() == QLatin1String("paired");
+        }));
+        stored.clear();
         QVERIFY(!fetch(second, QByteArray("001788fffe00aa01")));
         QTRY_COMPARE(controller.bridgeState("001788fffe00aa01"), BridgeStateError);
         QVERIFY(!fetch(second, QByteArray("001788fffe00aa01")));
