@@ -104,16 +104,10 @@ private:
     {
         if (capacity > kMaxCapacity)
             throw std::bad_alloc();
-        T* data = static_cast<T*>(std::malloc(capacity * sizeof(T)));
+        void* data = std::malloc(capacity * sizeof(T));
         if (!data)
             throw std::bad_alloc();
-        for (std::size_t i = 0; i < m_size; ++i) {
-            new (data + i) T(std::move(m_data[i]));
-            m_data[i].~T();
-        }
-        release();
-        m_data = data;
-        m_capacity = static_cast<std::uint32_t>(capacity);
+        relocate(data, capacity);
         m_onHeap = 1;
     }
 
