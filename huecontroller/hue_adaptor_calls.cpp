@@ -54,9 +54,6 @@ void HueAdaptor::emitRegisterDevice(const InternalId& id, const QByteArray& desc
 
 void HueAdaptor::emitSendDatapointValue(const InternalId& id, const QString& value)
 {
-    const auto cached = m_datapointCache.constFind(id);
-    if (cached != m_datapointCache.constEnd() && *cached == value)
-        return;
     const CLight* light =
         m_controller ? m_controller->lightByDeviceSerial(InternalId::makeDeviceSerial(id)) : nullptr;
     const EOutputDatapoint datapoint =
